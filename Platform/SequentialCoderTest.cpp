@@ -1,0 +1,149 @@
+// Tests of the sequential coder, with a class whose instances are chains of numbers.
+#include "Platform/SequentialCoder.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <stdexcept>
+#include <utility>
+
+namespace sevrin::platform {
+namespace {
+
+class Link final : public Object, public NSCoding {
+public:
+    Link(std::shared_ptr<Link> before, std::uint32_t number)
+        : before_(std::move(before)), number_(number) {}
+
+    static Class& classObject() {
+        static NSCodingClass& theClass =
+            *new NSCodingClass("SequentialCoderTestLink", &Object::classObject(), &initWithCoder);
+        return theClass;
+    }
+    static ObjectPtr initWithCoder(NSCoder& coder) {
+        std::shared_ptr<Link> before = coder.decodeObject().object<Link>();
+        return std::make_shared<Link>(std::move(before), coder.decodeUnsignedInt32());
+    }
+
+    const Class& isa() const override { return classObject(); }
+    void encodeWithCoder(NSCoder& coder) const override {
+        coder.encodeObject(before_);
+        coder.encodeUnsignedInt32(number_);
+    }
+
+    const std::shared_ptr<Link>& before() const { return before_; }
+    std::uint32_t number() const { return number_; }
+
+private:
+    const std::shared_ptr<Link> before_;
+    const std::uint32_t number_;
+};
+
+std::shared_ptr<Link> chainOf(std::size_t length) {
+    std::shared_ptr<Link> chain;
+    for (std::size_t i = 0; i < length; ++i) {
+        chain = std::make_shared<Link>(std::move(chain), static_cast<std::uint32_t>(i));
+    }
+    return chain;
+}
+
+const std::string kLinkName = Link::classObject().name();
+
+TEST(SequentialCoderTest, AnObjectIsItsClassNameFollowedByItsFields) {
+    SequentialEncoder encoder;
+
+    encoder.encodeObject(chainOf(2));
+    encoder.encodeUnsignedInt32(4'294'967'295);
+
+    EXPECT_EQ(encoder.values(), (std::vector<Value>{kLinkName, kLinkName, nullptr, 0, 1,
+                                                    std::uint32_t{4'294'967'295}}));
+}
+
+TEST(SequentialCoderTest, ADecoderGivesBackWhatWasEncoded) {
+    SequentialEncoder encoder;
+    encoder.encodeUnsignedInt32(7);
+    encoder.encodeObject(chainOf(2));
+
+    SequentialDecoder decoder(encoder.values());
+
+    EXPECT_EQ(decoder.decodeUnsignedInt32(), 7U);
+    const auto decoded = decoder.decodeObject().object<Link>();
+    ASSERT_TRUE(decoded);
+    EXPECT_EQ(decoded->number(), 1U);
+    ASSERT_TRUE(decoded->before());
+    EXPECT_EQ(decoded->before()->number(), 0U);
+    EXPECT_FALSE(decoded->before()->before());
+}
+
+TEST(SequentialCoderTest, TheDeepestChainAllowedIsCoded) {
+    SequentialEncoder encoder;
+    encoder.encodeObject(chainOf(kSequentialDepthMax));
+
+    SequentialDecoder decoder(encoder.values());
+
+    EXPECT_TRUE(decoder.decodeObject().object<Link>());
+}
+
+TEST(SequentialCoderTest, AChainOneDeeperIsRefusedByTheEncoder) {
+    SequentialEncoder encoder;
+
+    EXPECT_THROW(encoder.encodeObject(chainOf(kSequentialDepthMax + 1)), std::length_error);
+}
+
+TEST(SequentialCoderTest, AChainOneDeeperIsRefusedByTheDecoder) {
+    SequentialDecoder decoder(std::vector<Value>(kSequentialDepthMax + 1, kLinkName));
+
+    EXPECT_THROW(static_cast<void>(decoder.decodeObject()), std::runtime_error);
+}
+
+TEST(SequentialCoderTest, ReadingBeyondTheEndThrows) {
+    SequentialDecoder decoder({});
+
+    EXPECT_THROW(static_cast<void>(decoder.decodeObject()), std::runtime_error);
+    EXPECT_THROW(static_cast<void>(decoder.decodeUnsignedInt32()), std::runtime_error);
+}
+
+TEST(SequentialCoderTest, AClassThatNobodyRegisteredThrows) {
+    SequentialDecoder decoder({"NoSuchClass"});
+
+    EXPECT_THROW(static_cast<void>(decoder.decodeObject()), std::runtime_error);
+}
+
+TEST(SequentialCoderTest, AClassThatCannotBeArchivedThrows) {
+    SequentialDecoder decoder({Object::classObject().name()});
+
+    EXPECT_THROW(static_cast<void>(decoder.decodeObject()), std::runtime_error);
+}
+
+TEST(SequentialCoderTest, AValueOfAnotherKindThrows) {
+    SequentialDecoder numberForObject({1});
+    EXPECT_THROW(static_cast<void>(numberForObject.decodeObject()), std::runtime_error);
+
+    SequentialDecoder objectForNumber({nullptr});
+    EXPECT_THROW(static_cast<void>(objectForNumber.decodeUnsignedInt32()), std::runtime_error);
+
+    SequentialDecoder tooLarge({std::uint64_t{1} << 32});
+    EXPECT_THROW(static_cast<void>(tooLarge.decodeUnsignedInt32()), std::runtime_error);
+}
+
+TEST(SequentialCoderDeathTest, TheKeyedCallsAreRefusedAsABug) {
+    SequentialEncoder encoder;
+
+    EXPECT_FALSE(encoder.allowsKeyedCoding());
+    EXPECT_DEATH(encoder.encodeInt32ForKey(1, "key"), "does not encode under keys");
+}
+
+TEST(SequentialCoderDeathTest, AnEncoderDoesNotDecode) {
+    SequentialEncoder encoder;
+
+    EXPECT_DEATH(static_cast<void>(encoder.decodeObject()), "does not decode in sequence");
+}
+
+TEST(SequentialCoderDeathTest, AnObjectThatCannotBeArchivedIsRefusedAsABug) {
+    SequentialEncoder encoder;
+
+    EXPECT_DEATH(encoder.encodeObject(std::make_shared<Object>()), "can be archived");
+}
+
+}  // namespace
+}  // namespace sevrin::platform
