@@ -1,0 +1,120 @@
+// The default logger: the slot it stands in, and how one is chosen when the slot is empty.
+#include <unistd.h>
+
+#include <exception>
+#include <mutex>
+#include <utility>
+
+#include "Common/Source/Utilities/Logger.h"
+#include "Common/Source/Utilities/LoggerRegistry.h"
+#include "Common/Source/Utilities/NSLogLogger.h"
+#include "Platform/Assertion.h"
+
+namespace sevrin {
+
+namespace {
+
+// Attempts at the standard logger that may be under way within each other. Opening a log may log,
+// which chooses a logger; that inner choice may succeed where the outer one is still busy making
+// folders. A third one would only fail as the others do.
+constexpr int kNestedAttemptsMax = 2;
+
+struct Selection {
+    std::mutex slotLock;  // Held for nothing but the slot.
+    LoggerPtr installed;
+
+    // Held by the thread that chooses. What it calls may log, and so choose, in turn.
+    std::recursive_mutex choosing;
+    int standardAttempts = 0;  // Guarded by choosing.
+
+    LoggerPtr get() {
+        const std::lock_guard guard(slotLock);
+        return installed;
+    }
+
+    // The logger that was there ends after the lock, on the caller's time.
+    void put(LoggerPtr logger) {
+        const std::lock_guard guard(slotLock);
+        installed.swap(logger);
+    }
+};
+
+// Never destroyed: what ends with the program may log to the last.
+Selection& selection() {
+    static Selection& theSelection = *new Selection;
+    return theSelection;
+}
+
+// Counts one attempt at the standard logger for as long as it lives.
+class Attempt {
+public:
+    Attempt() { ++selection().standardAttempts; }
+    Attempt(const Attempt&) = delete;
+    Attempt& operator=(const Attempt&) = delete;
+    ~Attempt() { --selection().standardAttempts; }
+};
+
+LoggerPtr makeFallbackLogger() {
+    const auto candidates = LoggerRegistry::fallbackLoggers(::geteuid() == 0);
+    std::string tried;
+    for (const std::string_view name : candidates) {
+        if (LoggerPtr logger = LoggerRegistry::make(name)) return logger;
+        if (!tried.empty()) tried += ", ";
+        tried += name;
+    }
+    SEVRIN_ASSERT(false, "could not create fallback Logger; tried " + tried);
+    return nullptr;
+}
+
+void reportStandardLoggerFailure(Logger& logger, const std::exception& error) {
+    if (dynamic_cast<NSLogLogger*>(&logger) == nullptr) return;
+    logger.writeInLineMessage(LogClassification::Failure, nullptr,
+                              "could not create standard logger; logging to console");
+    logger.writeInLineMessage(LogClassification::Failure, nullptr, error.what());
+}
+
+// Replaces the fallback, which serves until then, by the standard logger if that can be had.
+void tryStandardLogger(const LoggerPtr& fallback) {
+    if (selection().standardAttempts == kNestedAttemptsMax) return;
+    const Attempt attempt;
+    try {
+        if (LoggerPtr standard = LoggerRegistry::make(LoggerRegistry::kStandardLogger)) {
+            Logger::setDefaultLogger(std::move(standard));
+        }
+    } catch (const std::exception& error) {
+        // Installing begins with releasing the fallback.
+        LoggerPtr remaining = selection().get();
+        if (!remaining) selection().put(remaining = fallback);
+        reportStandardLoggerFailure(*remaining, error);
+    }
+}
+
+}  // namespace
+
+LoggerPtr Logger::defaultLogger() {
+    if (LoggerPtr installed = selection().get()) return installed;
+    const std::lock_guard guard(selection().choosing);
+    if (LoggerPtr installed = selection().get()) return installed;
+    return chooseDefaultLogger();
+}
+
+LoggerPtr Logger::chooseDefaultLogger() {
+    LoggerPtr fallback = makeFallbackLogger();
+    setDefaultLogger(fallback);
+    tryStandardLogger(fallback);
+    // Another thread may have released it meanwhile, or it itself.
+    if (LoggerPtr installed = selection().get()) return installed;
+    return fallback;
+}
+
+void Logger::setDefaultLogger(LoggerPtr logger) {
+    releaseDefaultLogger();
+    if (logger) logger->reopen();
+    selection().put(std::move(logger));
+}
+
+void Logger::releaseDefaultLogger() {
+    selection().put(nullptr);
+}
+
+}  // namespace sevrin

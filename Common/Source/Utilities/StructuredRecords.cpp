@@ -1,0 +1,108 @@
+// Records of several lines: values under keys, dictionaries, dumps of data.
+#include <algorithm>
+
+#include "Common/Source/Utilities/Logger.h"
+
+namespace sevrin {
+
+using platform::Dictionary;
+using platform::stringWithFormat;
+using platform::Value;
+using platform::ValueArray;
+
+namespace {
+
+constexpr std::uint64_t kBytesPerRow = 64;
+
+// The elements of a collection in its order, or nullptr.
+const ValueArray* elementsOf(const Value& value) {
+    if (const ValueArray* array = value.ifArray()) return array;
+    if (const platform::Set* set = value.ifSet()) return &set->members();
+    return nullptr;
+}
+
+void appendRow(std::string& text, std::string_view bytes, std::uint64_t offset) {
+    constexpr char kHexDigits[] = "0123456789abcdef";
+    text += stringWithFormat("%06lx: ", offset);
+    for (const char byte : bytes) {
+        const auto value = static_cast<unsigned char>(byte);
+        text.append({kHexDigits[value >> 4], kHexDigits[value & 15]});
+    }
+    text += " |";
+    for (const char byte : bytes)
+        text += byte >= 0x20 && byte <= 0x7E ? byte : '_';
+    text += '|';
+}
+
+}  // namespace
+
+LogLineIdentifierPtr Logger::writeInLineKeyValue(LogClassification classification,
+                                                 const LogLineIdentifierPtr& line,
+                                                 std::string_view key, const Value& value) {
+    const Dictionary* const dictionary = value.ifDictionary();
+    const ValueArray* const elements = elementsOf(value);
+    if (dictionary == nullptr && elements == nullptr) {
+        return writeInLineFormat(classification, line, "%@: %@", key, value);
+    }
+
+    LogLineIdentifierPtr head = writeInLineFormat(classification, line, "%@:", key);
+    if (dictionary != nullptr) {
+        logMapInLineDictionary(classification, nullptr, head, *dictionary);
+        return head;
+    }
+    for (std::size_t index = 0; index < elements->size(); ++index) {
+        writeInLineKeyValue(classification, head, stringWithFormat("[%lu]", index),
+                            (*elements)[index]);
+    }
+    return head;
+}
+
+void Logger::logMapInLineDictionary(LogClassification classification,
+                                    const LogClassificationMap* map,
+                                    const LogLineIdentifierPtr& line,
+                                    const Dictionary& dictionary) {
+    for (const auto& [key, value] : dictionary) {
+        std::string keyText = key.description();
+        LogClassification entryClassification = classification;
+        if (map != nullptr) {
+            const auto found = map->find(keyText);
+            if (found != map->end()) entryClassification = found->second;
+        }
+        if (keyText.starts_with('.')) {
+            entryClassification = LogClassification::Subrosa;
+            if (keyText == ".Help") keyText = "help";
+        }
+        writeInLineKeyValue(entryClassification, line, keyText, value);
+    }
+}
+
+void Logger::logInLineKeyDataTail(LogClassification classification,
+                                  const LogLineIdentifierPtr& line, std::string_view key,
+                                  std::string_view data, std::uint64_t tail) {
+    const std::uint64_t length = data.size();
+    const LogLineIdentifierPtr head =
+        writeInLineFormat(classification, line, "%@: %lu bytes", key, length);
+    const auto writeRows = [&](std::uint64_t begin, std::uint64_t end) {
+        for (std::uint64_t offset = begin; offset < end; offset += kBytesPerRow) {
+            const std::uint64_t size = std::min(kBytesPerRow, end - offset);
+            writeComposed(LogClassification::Details, head, [&](std::string& message) {
+                appendRow(message, data.substr(offset, size), offset);
+            });
+        }
+    };
+
+    // A tail as long as the data, rounded up or not, leaves nothing out; so the sums cannot wrap.
+    if (tail != 0 && tail < length) {
+        const std::uint64_t kept = (tail + kBytesPerRow - 1) / kBytesPerRow * kBytesPerRow;
+        if (length > 2 * kept + kBytesPerRow) {
+            writeRows(0, kept);
+            writeInLineFormat(LogClassification::Details, head, "... %lu more bytes ...",
+                              length - 2 * kept);
+            writeRows(length - kept, length);
+            return;
+        }
+    }
+    writeRows(0, length);
+}
+
+}  // namespace sevrin
