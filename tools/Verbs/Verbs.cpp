@@ -1,0 +1,18 @@
+// The list of the verbs.
+#include "tools/Verbs/Verbs.h"
+
+namespace sevrin {
+
+void addVerbs(CommandLine& commandLine) {
+    addVersion(commandLine);
+    addBuild(commandLine);
+    addPing(commandLine);
+    addPublish(commandLine);
+    addQuery(commandLine);
+    addCall(commandLine);
+    addWait(commandLine);
+    addPost(commandLine);
+    addMonitor(commandLine);
+}
+
+}  // namespace sevrin
