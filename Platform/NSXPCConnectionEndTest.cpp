@@ -110,8 +110,8 @@ TEST(NSXPCConnectionEndTest, AHandlerSetAfterTheEndNeverRuns) {
 }
 
 TEST(NSXPCConnectionEndTest, WhatWasSentBeforeInvalidatingIsDelivered) {
-    TestServer server;
     Mailbox<std::string> notes;
+    TestServer server;
     server.service->onNote = [&](const std::string& text) { notes.put(text); };
     const auto client = server.connect();
 
@@ -143,8 +143,8 @@ TEST(NSXPCConnectionEndTest, AReplyGivenBeforeInvalidatingInTheSameHandlerIsDeli
 }
 
 TEST(NSXPCConnectionEndTest, MessagesBehindTheOneThatInvalidatesAreNotHandled) {
-    TestServer server;
     Mailbox<std::string> notes;
+    TestServer server;
     server.service->onNote = [&](const std::string& text) {
         notes.put(text);
         server.service->currentConnection()->invalidate();
@@ -166,8 +166,8 @@ TEST(NSXPCConnectionEndTest, MessagesBehindTheOneThatInvalidatesAreNotHandled) {
 }
 
 TEST(NSXPCConnectionEndTest, EveryHandlerOfAClientMayCallBackIntoItsConnection) {
-    TestServer server;
     Mailbox<TestService::StringReply> held;
+    TestServer server;
     server.service->onEcho = [&](const std::string& text, TestService::StringReply reply) {
         if (text == "hold") return held.put(std::move(reply));
         push(*server.service->currentConnection(), text);
@@ -205,9 +205,9 @@ TEST(NSXPCConnectionEndTest, EveryHandlerOfAClientMayCallBackIntoItsConnection) 
 }
 
 TEST(NSXPCConnectionEndTest, EveryHandlerOfAServerMayCallBackIntoItsConnection) {
-    TestServer server;
     Event noted;
     Event ended;
+    TestServer server;
     server.onConnection = [&](const ConnectionPtr& connection) {
         server.service->setCurrentConnection(connection);
         connection->setInvalidationHandler([&, weak = std::weak_ptr(connection)] {

@@ -34,8 +34,8 @@ Dictionary nested(unsigned depth) {
 }
 
 TEST(NSXPCConnectionLimitTest, AClientsLargestMessageArrives) {
-    TestServer server;
     Mailbox<std::size_t> sizes;
+    TestServer server;
     server.service->onNote = [&](const std::string& text) { sizes.put(text.size()); };
     const auto client = server.connect();
     const std::string largest = textFilling(kFrameBodyBytesMax, "note:");
@@ -121,8 +121,8 @@ TEST(NSXPCConnectionLimitTest, AClientsReplyMayNotBeLargerThanItsMessages) {
 }
 
 TEST(NSXPCConnectionLimitTest, ContainersNestToTheLimitAndOneDeeperIsRefusedAtTheSender) {
-    TestServer server;
     Mailbox<Value> dictionaries;
+    TestServer server;
     server.service->onDictionary = [&](const Value& value) { dictionaries.put(value); };
     const auto client = server.connect();
     const MethodDescription& method = serviceMethod("noteDictionary:");
@@ -137,8 +137,8 @@ TEST(NSXPCConnectionLimitTest, ContainersNestToTheLimitAndOneDeeperIsRefusedAtTh
 }
 
 TEST(NSXPCConnectionLimitTest, AsManyRequestsMayWaitAsTheLimitSays) {
-    TestServer server;
     Mailbox<TestService::StringReply> held;
+    TestServer server;
     server.service->onEcho = [&](const std::string& text, TestService::StringReply reply) {
         if (text == "answer all") {
             for (const auto& each : held.takeAll())
@@ -162,8 +162,8 @@ TEST(NSXPCConnectionLimitTest, AsManyRequestsMayWaitAsTheLimitSays) {
 }
 
 TEST(NSXPCConnectionLimitTest, OneUnansweredRequestMoreCostsTheConnection) {
-    TestServer server;
     Mailbox<TestService::StringReply> held;
+    TestServer server;
     server.service->onEcho = [&](const std::string&, TestService::StringReply reply) {
         held.put(std::move(reply));
     };

@@ -124,8 +124,8 @@ TEST(NSXPCConnectionRequestTest, WaitingThreadsAsyncRequestsAndPushesKeepTheirOr
 }
 
 TEST(NSXPCConnectionRequestTest, APushThatArrivesWhileAThreadWaitsIsHandledAtOnce) {
-    TestServer server;
     Replies held;
+    TestServer server;
     holdReplies(server, held);
     Event pushed;
     const auto exported = std::make_shared<TestClient>();
@@ -148,8 +148,8 @@ TEST(NSXPCConnectionRequestTest, APushThatArrivesWhileAThreadWaitsIsHandledAtOnc
 }
 
 TEST(NSXPCConnectionRequestTest, ADeadlineThatPassesIsTheAnswer) {
-    TestServer server;
     Replies held;
+    TestServer server;
     holdReplies(server, held);
     const auto client = server.connect();
     Mailbox<NSXPCConnection::Answer> answers;
@@ -166,8 +166,8 @@ TEST(NSXPCConnectionRequestTest, ADeadlineThatPassesIsTheAnswer) {
 }
 
 TEST(NSXPCConnectionRequestTest, AReplyAfterTheDeadlineIsNoBreachAndGoesNowhere) {
-    TestServer server;
     Replies held;
+    TestServer server;
     holdReplies(server, held);
     FaultLog log;
     const auto client = server.connect();
@@ -189,8 +189,8 @@ TEST(NSXPCConnectionRequestTest, AReplyAfterTheDeadlineIsNoBreachAndGoesNowhere)
 }
 
 TEST(NSXPCConnectionRequestTest, DeadlinesPassInTheirOrderWhateverTheOrderOfAsking) {
-    TestServer server;
     Replies held;
+    TestServer server;
     holdReplies(server, held);
     const auto client = server.connect();
     Mailbox<int> passed;
@@ -208,8 +208,8 @@ TEST(NSXPCConnectionRequestTest, DeadlinesPassInTheirOrderWhateverTheOrderOfAski
 }
 
 TEST(NSXPCConnectionRequestTest, WithoutADeadlineARequestOutlivesOthersDeadlines) {
-    TestServer server;
     Replies held;
+    TestServer server;
     holdReplies(server, held);
     const auto client = server.connect();
     Mailbox<std::string> patient;
@@ -226,8 +226,8 @@ TEST(NSXPCConnectionRequestTest, WithoutADeadlineARequestOutlivesOthersDeadlines
 }
 
 TEST(NSXPCConnectionRequestTest, AThreadThatWaitsLearnsThatThePeerWentAway) {
-    TestServer server;
     Replies held;
+    TestServer server;
     holdReplies(server, held);
     const auto client = server.connect();
     const auto connection = server.accepted();
@@ -240,8 +240,8 @@ TEST(NSXPCConnectionRequestTest, AThreadThatWaitsLearnsThatThePeerWentAway) {
 }
 
 TEST(NSXPCConnectionRequestTest, AThreadThatWaitsLearnsThatItsOwnSideWasInvalidated) {
-    TestServer server;
     Replies held;
+    TestServer server;
     holdReplies(server, held);
     const auto client = server.connect();
 
@@ -252,8 +252,8 @@ TEST(NSXPCConnectionRequestTest, AThreadThatWaitsLearnsThatItsOwnSideWasInvalida
 }
 
 TEST(NSXPCConnectionRequestTest, EveryUnansweredRequestIsToldOnceWhenTheConnectionEnds) {
-    TestServer server;
     Replies held;
+    TestServer server;
     holdReplies(server, held);
     const auto client = server.connect();
     Mailbox<std::optional<Code>> codes;
@@ -317,8 +317,8 @@ TEST(NSXPCConnectionRequestTest, AReplyBlockThatIsNeverUsedLeavesTheRequestToIts
 }
 
 TEST(NSXPCConnectionRequestTest, AReplyBlockMayOutliveItsConnection) {
-    TestServer server;
     Replies held;
+    TestServer server;
     holdReplies(server, held);
     const auto client = server.connect();
     client->request(echoMethod(), std::vector<Value>{"?"}, [](const auto&) {});

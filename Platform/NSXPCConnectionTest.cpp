@@ -28,8 +28,8 @@ TEST(NSXPCConnectionTest, ARequestIsAnsweredWithTheReplyOfTheOtherSide) {
 }
 
 TEST(NSXPCConnectionTest, MessagesSentBeforeResumeArriveInOrderAfterIt) {
-    TestServer server;
     Mailbox<std::string> notes;
+    TestServer server;
     server.service->onNote = [&](const std::string& text) { notes.put(text); };
     const auto client = server.client();
 
@@ -56,8 +56,8 @@ TEST(NSXPCConnectionTest, ARequestMadeBeforeResumeIsAnsweredAfterIt) {
 }
 
 TEST(NSXPCConnectionTest, ShortAnswersGivenAtOnceAllArrive) {
-    TestServer server;
     Mailbox<TestService::StringReply> replies;
+    TestServer server;
     server.service->onEcho = [&](const std::string&, TestService::StringReply reply) {
         replies.put(std::move(reply));
         if (replies.size() < 3) return;
@@ -135,8 +135,8 @@ TEST(NSXPCConnectionTest, AServerMayAskItsClientToo) {
 }
 
 TEST(NSXPCConnectionTest, MessagesAndAnswersAreHandledOnTheXPCThread) {
-    TestServer server;
     Mailbox<bool> isOnThread;
+    TestServer server;
     server.service->onNote = [&](const std::string&) {
         isOnThread.put(NSXPCConnection::isXPCThread());
     };
@@ -152,8 +152,8 @@ TEST(NSXPCConnectionTest, MessagesAndAnswersAreHandledOnTheXPCThread) {
 }
 
 TEST(NSXPCConnectionTest, AReplyMayComeLaterFromAnotherThread) {
-    TestServer server;
     Mailbox<TestService::StringReply> held;
+    TestServer server;
     server.service->onEcho = [&](const std::string&, TestService::StringReply reply) {
         held.put(std::move(reply));
     };
@@ -170,8 +170,8 @@ TEST(NSXPCConnectionTest, AReplyMayComeLaterFromAnotherThread) {
 }
 
 TEST(NSXPCConnectionTest, RepliesArriveInTheOrderGivenNotAsked) {
-    TestServer server;
     Mailbox<std::pair<std::string, TestService::StringReply>> held;
+    TestServer server;
     server.service->onEcho = [&](const std::string& text, TestService::StringReply reply) {
         held.put({text, std::move(reply)});
     };
@@ -231,9 +231,9 @@ TEST(NSXPCConnectionTest, EveryKindOfPropertyListTravelsUnchanged) {
 }
 
 TEST(NSXPCConnectionTest, NullArrivesAsNullWhereItIsAllowed) {
-    TestServer server;
     Mailbox<Value> dictionaries;
     Mailbox<bool> endpoints;
+    TestServer server;
     server.service->onDictionary = [&](const Value& value) { dictionaries.put(value); };
     server.service->onEndpoint = [&](const auto& endpoint) { endpoints.put(endpoint != nullptr); };
     const auto client = server.connect();
@@ -250,8 +250,8 @@ TEST(NSXPCConnectionTest, NullArrivesAsNullWhereItIsAllowed) {
 }
 
 TEST(NSXPCConnectionTest, NumbersArriveAtBothEndsOfTheirRange) {
-    TestServer server;
     Mailbox<std::uint32_t> numbers;
+    TestServer server;
     server.service->onNumber = [&](std::uint32_t number) { numbers.put(number); };
     const auto client = server.connect();
 
@@ -264,8 +264,8 @@ TEST(NSXPCConnectionTest, NumbersArriveAtBothEndsOfTheirRange) {
 }
 
 TEST(NSXPCConnectionTest, ArgumentsEncodedOnceReachEveryPeerBehindItsOwn) {
-    TestServer server;
     Mailbox<Value> dictionaries;
+    TestServer server;
     server.service->onDictionary = [&](const Value& value) { dictionaries.put(value); };
     const auto first = server.connect();
     const auto second = server.connect();
@@ -292,8 +292,8 @@ TEST(NSXPCConnectionTest, AnOptionalMethodThatTheObjectLacksIsPassedOver) {
 }
 
 TEST(NSXPCConnectionTest, MessagesToAnObjectThatWasTakenAwayArePassedOver) {
-    TestServer server;
     Mailbox<std::string> notes;
+    TestServer server;
     server.service->onNote = [&](const std::string& text) { notes.put(text); };
     FaultLog log;
     const auto client = server.connect();

@@ -62,13 +62,7 @@ public:
         if (pid_ == 0) {
             ::dup2(start.input >= 0 ? start.input : theirInput.get(), STDIN_FILENO);
             ::dup2(theirOutput.get(), STDOUT_FILENO);
-            for (const auto& [ours, theirs] : start.keep) {
-                if (ours == theirs) {
-                    ::fcntl(theirs, F_SETFD, 0);
-                } else {
-                    ::dup2(ours, theirs);
-                }
-            }
+            giveDescriptors(start.keep);
             becomeUser(start);
             ::execve(program.c_str(), argv.data(), envp.data());
             ::_exit(127);
@@ -114,6 +108,19 @@ public:
     }
 
 private:
+    // In the child: all are first copied out of the way, for what one is to become may be what
+    // another one still is.
+    static void giveDescriptors(const std::vector<std::pair<int, int>>& keep) {
+        constexpr std::size_t kMost = 8;
+        constexpr int kOutOfTheWay = 64;
+        int copies[kMost];
+        if (keep.size() > kMost) ::_exit(127);
+        for (std::size_t i = 0; i < keep.size(); ++i)
+            copies[i] = ::fcntl(keep[i].first, F_DUPFD_CLOEXEC, kOutOfTheWay);
+        for (std::size_t i = 0; i < keep.size(); ++i)
+            ::dup2(copies[i], keep[i].second);
+    }
+
     static std::vector<char*> pointersTo(std::vector<std::string>& texts) {
         std::vector<char*> pointers;
         for (std::string& text : texts)
