@@ -1,6 +1,7 @@
 // The calls that a coder does not offer, and the classes that archives can name.
 #include "Platform/NSCoder.h"
 
+#include <stdexcept>
 #include <utility>
 
 #include "Platform/Assertion.h"
@@ -30,6 +31,36 @@ void NSCoder::encodeInt64ForKey(std::int64_t, std::string_view) {
     SEVRIN_ASSERT(false, kNoKeyedEncoding);
 }
 
+void NSCoder::encodeBoolForKey(bool, std::string_view) {
+    SEVRIN_ASSERT(false, kNoKeyedEncoding);
+}
+
+void NSCoder::encodeDoubleForKey(double, std::string_view) {
+    SEVRIN_ASSERT(false, kNoKeyedEncoding);
+}
+
+void NSCoder::encodeBytesForKey(std::string_view, std::string_view) {
+    SEVRIN_ASSERT(false, kNoKeyedEncoding);
+}
+
+void NSCoder::encodeMutableObjectForKey(const Value& object, std::string_view key) {
+    encodeObjectForKey(object, key);
+}
+
+bool NSCoder::containsValueForKey(std::string_view) {
+    SEVRIN_ASSERT(false, kNoKeyedDecoding);
+    return false;
+}
+
+Value NSCoder::decodeObjectForKey(std::string_view) {
+    SEVRIN_ASSERT(false, kNoKeyedDecoding);
+    return {};
+}
+
+Value NSCoder::decodePropertyListForKey(std::string_view key) {
+    return decodeObjectForKey(key);
+}
+
 ObjectPtr NSCoder::decodeObjectOfClassForKey(const Class&, std::string_view) {
     SEVRIN_ASSERT(false, kNoKeyedDecoding);
     return nullptr;
@@ -45,11 +76,30 @@ std::int64_t NSCoder::decodeInt64ForKey(std::string_view) {
     return 0;
 }
 
+bool NSCoder::decodeBoolForKey(std::string_view) {
+    SEVRIN_ASSERT(false, kNoKeyedDecoding);
+    return false;
+}
+
+double NSCoder::decodeDoubleForKey(std::string_view) {
+    SEVRIN_ASSERT(false, kNoKeyedDecoding);
+    return 0;
+}
+
+std::optional<std::string_view> NSCoder::decodeBytesForKey(std::string_view) {
+    SEVRIN_ASSERT(false, kNoKeyedDecoding);
+    return {};
+}
+
 void NSCoder::encodeObject(const Value&) {
     SEVRIN_ASSERT(false, kNoSequentialEncoding);
 }
 
 void NSCoder::encodeUnsignedInt32(std::uint32_t) {
+    SEVRIN_ASSERT(false, kNoSequentialEncoding);
+}
+
+void NSCoder::encodeBytes(std::string_view) {
     SEVRIN_ASSERT(false, kNoSequentialEncoding);
 }
 
@@ -63,10 +113,35 @@ std::uint32_t NSCoder::decodeUnsignedInt32() {
     return 0;
 }
 
+std::string_view NSCoder::decodeBytes() {
+    SEVRIN_ASSERT(false, kNoSequentialDecoding);
+    return {};
+}
+
+void NSCoder::failDecoding(std::string_view what) {
+    throw std::runtime_error(std::string(what));
+}
+
+ObjectPtr NSCoding::replacementObjectForCoder(NSCoder&) const {
+    return nullptr;
+}
+
 NSCodingClass::NSCodingClass(std::string name, Class* superclass, InitWithCoder init,
                              MethodTable instanceMethods, MethodTable classMethods)
     : Class(std::move(name), superclass, std::move(instanceMethods), std::move(classMethods)),
       initWithCoder_(init) {}
+
+NSCodingClass::NSCodingClass(std::string name, Class* superclass, TwoSteps steps,
+                             MethodTable instanceMethods, MethodTable classMethods)
+    : Class(std::move(name), superclass, std::move(instanceMethods), std::move(classMethods)),
+      twoSteps_(steps) {}
+
+ObjectPtr NSCodingClass::initWithCoder(NSCoder& coder) const {
+    if (!twoSteps_) return initWithCoder_(coder);
+    ObjectPtr instance = twoSteps_->allocate();
+    twoSteps_->fill(*instance, coder);
+    return instance;
+}
 
 const NSCodingClass* NSCodingClass::named(std::string_view name) {
     return dynamic_cast<const NSCodingClass*>(Class::named(name));
