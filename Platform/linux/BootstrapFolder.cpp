@@ -37,10 +37,11 @@ bool isOwnFolder(const std::string& path) {
            status.st_uid == ::geteuid();
 }
 
-// The runtime folder of this user's sessions; empty when there is none.
+// The runtime folder of this user's sessions; empty when there is none. A relative path is as none:
+// it would mean another folder in every working directory, and the two sides would never meet.
 std::string runtimeFolder() {
     std::string path = environment("XDG_RUNTIME_DIR");
-    if (!path.empty()) return path;
+    if (path.starts_with('/')) return path;
     path = "/run/user/" + std::to_string(::geteuid());
     return isOwnFolder(path) ? path : "";
 }

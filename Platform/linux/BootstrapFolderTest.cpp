@@ -71,6 +71,19 @@ TEST_F(BootstrapFolderTest, WithoutARuntimeFolderItIsTheUsersOwnUnderRunOrElseUn
               hasFolder ? "/run/user/" + user + "/sevrin" : "/tmp/sevrin-" + user);
 }
 
+TEST_F(BootstrapFolderTest, ARuntimeFolderThatIsNoAbsolutePathIsNone) {
+    const EnvironmentChange unmoved("SEVRIN_BOOTSTRAP_DIR", std::nullopt);
+    const EnvironmentChange noRuntime("XDG_RUNTIME_DIR", std::nullopt);
+    const std::string folder = folderPath(Domain::User);
+    const std::string parent = privateParentPath();
+
+    for (const char* const relative : {"", "run", "./run", "..", "~/run"}) {
+        const EnvironmentChange runtime("XDG_RUNTIME_DIR", relative);
+        EXPECT_EQ(folderPath(Domain::User), folder) << relative;
+        EXPECT_EQ(privateParentPath(), parent) << relative;
+    }
+}
+
 TEST_F(BootstrapFolderTest, PrivateFoldersAreMadeInTheRuntimeFolderOnlyIfThatIsOurs) {
     const EnvironmentChange runtime("XDG_RUNTIME_DIR", parent_.path());
     EXPECT_EQ(privateParentPath(), parent_.path());
