@@ -25,8 +25,7 @@ GREETING_BODY = ["sevrin-xpc", 1]
 HEADER = struct.Struct("<IHHQ")  # Length of the body, kind, count of descriptors, serial.
 ENDPOINT_TAG, DATE_TAG = 50331, 50332
 DATE_START = datetime.datetime(2001, 1, 1, tzinfo=datetime.timezone.utc)
-DESCRIPTORS_MAX = 253  # In one receive; the kernel's own limit.
-PATIENCE = 5  # Seconds for each answer.
+DESCRIPTORS_MAX, PATIENCE = 253, 5  # In one receive, the kernel's own limit; seconds for each answer.
 
 
 class Connection:
@@ -91,8 +90,9 @@ class Connection:
 def connect_to_switchboard(is_system):
     """Connects, and checks to whom: whoever may write to the folder could pose as the switchboard."""
     user = 0 if is_system else os.geteuid()
-    runtime = os.environ.get("XDG_RUNTIME_DIR") or f"/run/user/{user}"
-    own = f"{runtime}/sevrin" if os.path.isdir(runtime) else f"/tmp/sevrin-{user}"
+    runtime, usual = os.environ.get("XDG_RUNTIME_DIR", ""), f"/run/user/{user}"
+    usual = f"{usual}/sevrin" if os.path.isdir(usual) and os.lstat(usual).st_uid == user else f"/tmp/sevrin-{user}"
+    own = f"{runtime}/sevrin" if runtime.startswith("/") else usual
     folder = os.environ.get("SEVRIN_BOOTSTRAP_DIR") or ("/run/sevrin" if is_system else own)
     status = os.lstat(folder)
     if not stat.S_ISDIR(status.st_mode) or status.st_uid != user or status.st_mode & 0o022:
