@@ -1,0 +1,114 @@
+// Tests of the platform's error: its texts and where they come from, equality.
+#include "Platform/NSError.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace sevrin::platform {
+namespace {
+
+NSErrorPtr makeError(std::string_view domain, std::int64_t code,
+                     std::optional<Dictionary> userInfo = std::nullopt) {
+    return NSError::errorWithDomainCodeUserInfo(domain, code, std::move(userInfo));
+}
+
+TEST(NSErrorTest, HasWhatItWasMadeOf) {
+    const NSErrorPtr error =
+        makeError(NSCocoaErrorDomain, 4864, Dictionary{{NSFilePathErrorKey, "/tmp/x"}});
+
+    EXPECT_EQ(error->domain(), "NSCocoaErrorDomain");
+    EXPECT_EQ(error->code(), 4864);
+    EXPECT_EQ(error->userInfo(), (Dictionary{{"NSFilePath", "/tmp/x"}}));
+    EXPECT_EQ(error->isa().name(), "NSError");
+}
+
+TEST(NSErrorTest, WithoutUserInfoItHasAnEmptyOne) {
+    const NSErrorPtr error = makeError("test", 1);
+
+    EXPECT_TRUE(error->userInfo().empty());
+    EXPECT_FALSE(error->hasUserInfo());
+}
+
+TEST(NSErrorTest, SaysWhatItsUserInfoSays) {
+    const NSErrorPtr error =
+        makeError(NSPOSIXErrorDomain, ENOENT,
+                  Dictionary{{NSLocalizedDescriptionKey, "The file is missing."},
+                             {NSLocalizedFailureReasonErrorKey, "Nobody made it."}});
+
+    EXPECT_EQ(error->localizedDescription(), "The file is missing.");
+    EXPECT_EQ(error->localizedFailureReason(), "Nobody made it.");
+}
+
+TEST(NSErrorTest, AReasonServesAsTheDescription) {
+    EXPECT_EQ(makeError("test", 1, Dictionary{{NSLocalizedFailureReasonErrorKey, "No room."}})
+                  ->localizedDescription(),
+              "No room.");
+}
+
+TEST(NSErrorTest, AnErrorNumberIsItsOwnReason) {
+    const NSErrorPtr error = makeError(NSPOSIXErrorDomain, ENOENT);
+
+    EXPECT_EQ(error->localizedFailureReason(), std::strerror(ENOENT));
+    EXPECT_EQ(error->localizedDescription(), std::strerror(ENOENT));
+}
+
+TEST(NSErrorTest, ACodeThatIsNoErrorNumberHasNoReason) {
+    EXPECT_EQ(makeError(NSPOSIXErrorDomain, INT64_MAX)->localizedFailureReason(), std::nullopt);
+}
+
+TEST(NSErrorTest, AnyOtherErrorIsNamedByDomainAndCode) {
+    const NSErrorPtr error = makeError("com.example.test", -42);
+
+    EXPECT_EQ(error->localizedFailureReason(), std::nullopt);
+    EXPECT_EQ(error->localizedDescription(), "com.example.test error -42");
+}
+
+TEST(NSErrorTest, ADescriptionThatIsNoTextIsPassedOver) {
+    EXPECT_EQ(
+        makeError("test", 1, Dictionary{{NSLocalizedDescriptionKey, 5}})->localizedDescription(),
+        "test error 1");
+}
+
+TEST(NSErrorTest, DescribesAllOfItself) {
+    EXPECT_EQ(makeError("test", 1)->description(), "Error Domain=test Code=1 \"test error 1\"");
+    EXPECT_EQ(makeError("test", 1, Dictionary{{"a", 1}, {"b", "x y"}})->description(),
+              "Error Domain=test Code=1 \"test error 1\" UserInfo={a=1, b=x y}");
+}
+
+TEST(NSErrorTest, EqualErrorsAreEqualInEverything) {
+    const Value error = makeError("test", 1, Dictionary{{"a", 1}});
+
+    EXPECT_EQ(error, Value(makeError("test", 1, Dictionary{{"a", 1}})));
+    EXPECT_NE(error, Value(makeError("test", 1, Dictionary{{"a", 2}})));
+    EXPECT_NE(error, Value(makeError("test", 2, Dictionary{{"a", 1}})));
+    EXPECT_NE(error, Value(makeError("tests", 1, Dictionary{{"a", 1}})));
+    EXPECT_EQ(makeError("test", 1)->hash(), makeError("test", 1)->hash());
+}
+
+// Each error has the one below twice: without a limit, 2^60 comparisons.
+NSErrorPtr nested(int levels) {
+    NSErrorPtr error = makeError("test", 0);
+    for (int i = 0; i < levels; ++i)
+        error = makeError("test", 0, Dictionary{{"a", error}, {"b", error}});
+    return error;
+}
+
+TEST(NSErrorTest, ErrorsNestedBeyondReasonAreComparedInGoodTime) {
+    EXPECT_TRUE(nested(4)->isEqual(*nested(4)));
+    EXPECT_FALSE(nested(60)->isEqual(*nested(60)));
+}
+
+TEST(NSErrorTest, ErrnoStaysAsItIs) {
+    errno = EDOM;
+    static_cast<void>(errorNumberText(123456));
+    EXPECT_EQ(errno, EDOM);
+}
+
+TEST(NSErrorTest, ANumberWithoutATextIsNamed) {
+    EXPECT_NE(errorNumberText(123456).find("123456"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace sevrin::platform
