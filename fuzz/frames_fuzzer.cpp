@@ -124,7 +124,7 @@ bool sendChunk(int socket, std::string_view bytes, std::size_t count, int descri
 
 void feed(XPCConnection& connection, int socket, const Plan& plan, std::string_view stream) {
     static const int kEndpoint =
-        *new int(::fcntl(bootstrap::listenAnonymously().endpoint->fd(), F_DUPFD_CLOEXEC, 0));
+        ::fcntl(bootstrap::listenAnonymously().endpoint->fd(), F_DUPFD_CLOEXEC, 0);
     static const int kOther = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
 
     std::size_t descriptors = plan.descriptors;
