@@ -122,8 +122,8 @@ void NSCoder::failDecoding(std::string_view what) {
     throw std::runtime_error(std::string(what));
 }
 
-ObjectPtr NSCoding::replacementObjectForCoder(NSCoder&) const {
-    return nullptr;
+std::optional<Value> NSCoding::replacementObjectForCoder(NSCoder&) const {
+    return std::nullopt;
 }
 
 NSCodingClass::NSCodingClass(std::string name, Class* superclass, InitWithCoder init,

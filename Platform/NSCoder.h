@@ -89,9 +89,9 @@ class NSCoding {
 public:
     virtual void encodeWithCoder(NSCoder& coder) const = 0;
 
-    // The object to archive in place of this one: itself (nullptr) unless it merely stands for
-    // another.
-    [[nodiscard]] virtual ObjectPtr replacementObjectForCoder(NSCoder& coder) const;
+    // What to archive in place of this object, null included; nothing means the object itself,
+    // which is the answer unless it merely stands for another.
+    [[nodiscard]] virtual std::optional<Value> replacementObjectForCoder(NSCoder& coder) const;
 
 protected:
     ~NSCoding() = default;
