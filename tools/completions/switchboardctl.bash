@@ -1,0 +1,78 @@
+# Completion of switchboardctl's verbs and options in bash.
+#
+# Needs nothing but bash itself. Identifiers, names and times are not completed: only their owner knows them.
+# shellcheck shell=bash
+
+# The options of a verb; of none, what may stand before one.
+_switchboardctl_options() {
+    printf '%s\n' -h --help --version --user --system -j --json -q --quiet -v --verbose --no-legend --no-pager --color \
+        --timeout
+    case $1 in
+        ping) printf '%s\n' --count -o --output ;;
+        publish) printf '%s\n' --component-version --build-number ;;
+        query) printf '%s\n' -o --output ;;
+        wait) printf '%s\n' --gone ;;
+        post) printf '%s\n' --source --info --info-json ;;
+        monitor) printf '%s\n' --source --count -o --output ;;
+    esac
+}
+
+# The columns that --output of a verb knows.
+_switchboardctl_columns() {
+    case $1 in
+        ping) printf '%s\n' seq time ;;
+        query) printf '%s\n' id pid user uid gid process ;;
+        monitor) printf '%s\n' time name source info ;;
+    esac
+}
+
+_switchboardctl() {
+    local verbs='version build ping publish query call wait post monitor'
+    local verb='' option='' ended='' words=0 i word
+
+    # What stands before the cursor: the verb, how many words follow it, and an option that still wants its value.
+    for ((i = 1; i < COMP_CWORD; i++)); do
+        word=${COMP_WORDS[i]}
+        if [[ $word == = ]]; then
+            # An option with its value behind an equals sign is three words to bash.
+            option=${COMP_WORDS[i - 1]}
+        elif [[ -n $option ]]; then
+            option=''
+        elif [[ -z $ended && $word == -- ]]; then
+            ended=yes
+        elif [[ -z $ended && $word == -* ]]; then
+            case $word in
+                --color | --timeout | --count | --component-version | --build-number | --source | --info | --info-json | \
+                    -o | --output) option=$word ;;
+            esac
+        elif [[ -z $verb ]]; then
+            verb=$word
+        else
+            words=$((words + 1))
+        fi
+    done
+
+    local current=${COMP_WORDS[COMP_CWORD]} choices='' prefix=''
+    if [[ $current == = ]]; then
+        option=${COMP_WORDS[COMP_CWORD - 1]} current=''
+    fi
+    case $option in
+        --color) choices='auto always never' ;;
+        -o | --output)
+            choices=$(_switchboardctl_columns "$verb")
+            [[ $current == *,* ]] && prefix=${current%,*},
+            ;;
+        '')
+            if [[ -z $ended && $current == -* ]]; then
+                choices=$(_switchboardctl_options "$verb")
+            elif [[ -z $verb ]]; then
+                choices=$verbs
+            elif [[ $verb == call && $words == 1 ]]; then
+                choices='version build barrier'
+            fi
+            ;;
+    esac
+    mapfile -t COMPREPLY < <(compgen -P "$prefix" -W "$choices" -- "${current#"$prefix"}")
+}
+
+complete -F _switchboardctl switchboardctl

@@ -1,0 +1,84 @@
+# Completion of switchboardctl's verbs and options in fish.
+#
+# Identifiers, names and times are not completed: only their owner knows them.
+
+# The verb and the words after it that stand before the cursor, one a line; options and their values left out.
+function __switchboardctl_words
+    set -l wants_value
+    set -l ended
+    for word in (commandline -opc)[2..-1]
+        if test -n "$wants_value"
+            set wants_value
+        else if test -z "$ended"; and test "$word" = --
+            set ended yes
+        else if test -z "$ended"; and string match -q -- '-*' $word
+            contains -- $word --color --timeout --count --component-version --build-number --source --info \
+                --info-json -o --output
+            and set wants_value yes
+        else
+            echo $word
+        end
+    end
+end
+
+function __switchboardctl_no_verb
+    test -z (__switchboardctl_words)[1]
+end
+
+# Whether the verb is one of those given.
+function __switchboardctl_verb
+    contains -- (__switchboardctl_words)[1] $argv
+end
+
+# Whether the question to a publisher comes next.
+function __switchboardctl_question
+    __switchboardctl_verb call
+    and test (count (__switchboardctl_words)) -eq 2
+end
+
+# The columns given, appended to those that are typed already.
+function __switchboardctl_columns
+    set -l typed (string match -r '.*,' -- (commandline -ct | string replace -r '^(--output=|-o)' ''))
+    printf "$typed%s\n" $argv
+end
+
+complete -c switchboardctl -f
+
+complete -c switchboardctl -n __switchboardctl_no_verb -a version -d 'Print the version of the switchboard'
+complete -c switchboardctl -n __switchboardctl_no_verb -a build -d 'Print the build number of the switchboard'
+complete -c switchboardctl -n __switchboardctl_no_verb -a ping -d 'Print how long the switchboard takes to answer'
+complete -c switchboardctl -n __switchboardctl_no_verb -a publish -d 'Serve a component under an identifier'
+complete -c switchboardctl -n __switchboardctl_no_verb -a query -d 'Tell who publishes an identifier'
+complete -c switchboardctl -n __switchboardctl_no_verb -a call -d 'Ask a publisher directly'
+complete -c switchboardctl -n __switchboardctl_no_verb -a wait -d 'Wait until an identifier is published, or is not any more'
+complete -c switchboardctl -n __switchboardctl_no_verb -a post -d 'Post a notification'
+complete -c switchboardctl -n __switchboardctl_no_verb -a monitor -d 'Print notifications as they come'
+
+complete -c switchboardctl -n __switchboardctl_question -a 'version build barrier'
+
+complete -c switchboardctl -s h -l help -d 'Print help and exit'
+complete -c switchboardctl -l version -d 'Print the version of this program and exit'
+complete -c switchboardctl -l user -d 'Your own switchboard; for root, =UID for that of a user'
+complete -c switchboardctl -l system -d 'The switchboard of the machine'
+complete -c switchboardctl -s j -l json -d 'Print JSON, one object per line'
+complete -c switchboardctl -s q -l quiet -d 'Print no notes, only answers and errors'
+complete -c switchboardctl -s v -l verbose -d 'Tell on standard error what is done'
+complete -c switchboardctl -l no-legend -d 'Print no header'
+complete -c switchboardctl -l no-pager -d 'Print straight to standard output'
+complete -c switchboardctl -l color -x -a 'auto always never' -d 'Whether the header stands out'
+complete -c switchboardctl -l timeout -x -d 'How long to wait for an answer: 500ms, 30s, 2m'
+
+complete -c switchboardctl -n '__switchboardctl_verb ping monitor' -l count -x -d 'So many and no more'
+complete -c switchboardctl -n '__switchboardctl_verb ping' -s o -l output -x -d 'The columns to print' \
+    -a '(__switchboardctl_columns seq time)'
+complete -c switchboardctl -n '__switchboardctl_verb query' -s o -l output -x -d 'The columns to print' \
+    -a '(__switchboardctl_columns id pid user uid gid process)'
+complete -c switchboardctl -n '__switchboardctl_verb monitor' -s o -l output -x -d 'The columns to print' \
+    -a '(__switchboardctl_columns time name source info)'
+complete -c switchboardctl -n '__switchboardctl_verb publish' -l component-version -x -d 'The version that it answers'
+complete -c switchboardctl -n '__switchboardctl_verb publish' -l build-number -x -d 'The build number that it answers'
+complete -c switchboardctl -n '__switchboardctl_verb wait' -l gone -d 'Wait until nobody publishes it'
+complete -c switchboardctl -n '__switchboardctl_verb post' -l source -x -d 'Who says so: any text'
+complete -c switchboardctl -n '__switchboardctl_verb post' -l info -x -d 'What else to say, as strings'
+complete -c switchboardctl -n '__switchboardctl_verb post' -l info-json -x -d 'What else to say, with types'
+complete -c switchboardctl -n '__switchboardctl_verb monitor' -l source -x -d 'Only what this source posts'
