@@ -123,7 +123,8 @@ ExitStatus wait(const Invocation& invocation, const WaitOptions& options) {
 void addWait(CommandLine& commandLine) {
     const auto options = std::make_shared<WaitOptions>();
     CLI::App& verb = commandLine.addVerb(
-        "wait", "Wait until an identifier is published, or is not any more",
+        "wait",
+        "Wait until an identifier is published, or is not any more; for ever without --timeout",
         "wait com.example.clock --timeout 30s\nwait com.example.clock --gone",
         [options](const Invocation& invocation) { return wait(invocation, *options); });
     verb.add_option("id", options->identifier, "What it is published under")
