@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <memory>
 #include <optional>
 #include <string>
 #include <thread>
@@ -119,7 +120,151 @@ TEST_F(ClassTest, AMethodGetsItsReceiverAndItsArguments) {
     EXPECT_EQ((*counter.instanceMethod("add:to:"))(&receiver, invocation), Value(5));
 }
 
+TEST_F(ClassTest, AnOwnMethodIsReplacedAndGivenBack) {
+    Class::Method original;
+
+    EXPECT_TRUE(derived_.swizzleWithReturningOriginalImp("speak", giving("new"), &original));
+
+    EXPECT_EQ(call(derived_.instanceMethod("speak")), "new");
+    EXPECT_EQ(call(&original), "derived");
+    EXPECT_EQ(call(base_.instanceMethod("speak")), "base");
+}
+
+TEST_F(ClassTest, AnInheritedMethodIsReplacedForTheClassAlone) {
+    Class::Method original;
+
+    EXPECT_TRUE(derived_.swizzleWithReturningOriginalImp("walk", giving("new"), &original));
+
+    EXPECT_EQ(call(derived_.instanceMethod("walk")), "new");
+    EXPECT_EQ(call(&original), "base walks");
+    EXPECT_EQ(call(base_.instanceMethod("walk")), "base walks");
+}
+
+TEST_F(ClassTest, AMethodThatNobodyHasIsNotReplaced) {
+    Class::Method original = giving("left over");
+
+    EXPECT_FALSE(derived_.swizzleWithReturningOriginalImp("fly", giving("new"), &original));
+    EXPECT_FALSE(base_.swizzleWithReturningOriginalImp("sing", giving("new")));
+    EXPECT_FALSE(derived_.swizzleWithReturningOriginalImp("make", giving("new")));
+
+    EXPECT_FALSE(original);
+    EXPECT_EQ(derived_.instanceMethod("fly"), nullptr);
+    EXPECT_EQ(base_.instanceMethod("sing"), nullptr);
+    EXPECT_EQ(derived_.instanceMethod("make"), nullptr);
+}
+
+TEST_F(ClassTest, WhatIsReplacedAboveIsInheritedByThoseWithoutTheirOwn) {
+    EXPECT_TRUE(base_.swizzleWithReturningOriginalImp("walk", giving("new")));
+    EXPECT_TRUE(base_.swizzleWithReturningOriginalImp("speak", giving("new")));
+
+    EXPECT_EQ(call(derived_.instanceMethod("walk")), "new");
+    EXPECT_EQ(call(derived_.instanceMethod("speak")), "derived");
+}
+
+TEST_F(ClassTest, AReplacementIsReplacedInItsTurnAndTheOthersStay) {
+    Class::Method first;
+    Class::Method second;
+
+    EXPECT_TRUE(derived_.swizzleWithReturningOriginalImp("walk", giving("one"), &first));
+    EXPECT_TRUE(derived_.swizzleWithReturningOriginalImp("walk", giving("two"), &second));
+
+    EXPECT_EQ(call(&first), "base walks");
+    EXPECT_EQ(call(&second), "one");
+    EXPECT_EQ(call(derived_.instanceMethod("walk")), "two");
+    EXPECT_EQ(call(derived_.instanceMethod("speak")), "derived");
+    EXPECT_EQ(call(derived_.instanceMethod("sing")), "la");
+}
+
+TEST_F(ClassTest, AReplacementMayCallWhatItReplaces) {
+    Class::Method original;
+
+    derived_.swizzleWithReturningOriginalImp(
+        "speak",
+        [&original](Object* receiver, Invocation& invocation) {
+            return Value(original(receiver, invocation).description() + " and more");
+        },
+        &original);
+
+    EXPECT_EQ(call(derived_.instanceMethod("speak")), "derived and more");
+}
+
+TEST_F(ClassTest, AMethodThatWasFoundStaysCallableOnceItIsReplaced) {
+    const Class::Method* const found = derived_.instanceMethod("speak");
+
+    derived_.swizzleWithReturningOriginalImp("speak", giving("new"));
+
+    EXPECT_EQ(call(found), "derived");
+}
+
+TEST_F(ClassTest, MethodsAreFoundWhileTheyAreReplaced) {
+    std::atomic<bool> isDone = false;
+    std::thread replacing([&] {
+        for (int round = 0; round < 300; ++round) {
+            derived_.swizzleWithReturningOriginalImp("speak", giving("new"));
+            derived_.swizzleWithReturningOriginalImp("walk", giving("new"));
+            base_.swizzleWithReturningOriginalImp("walk", giving("new"));
+        }
+        isDone = true;
+    });
+
+    while (!isDone) {
+        const std::string spoken = call(derived_.instanceMethod("speak"));
+        EXPECT_TRUE(spoken == "derived" || spoken == "new") << spoken;
+        const std::string walked = call(derived_.instanceMethod("walk"));
+        EXPECT_TRUE(walked == "base walks" || walked == "new") << walked;
+        EXPECT_EQ(call(derived_.instanceMethod("sing")), "la");
+    }
+
+    replacing.join();
+    EXPECT_EQ(call(derived_.instanceMethod("walk")), "new");
+}
+
+TEST_F(ClassTest, TwoReplacementsAtOnceBothHappenOneAfterTheOther) {
+    Class::Method first;
+    Class::Method second;
+    std::thread other(
+        [&] { derived_.swizzleWithReturningOriginalImp("walk", giving("other"), &second); });
+
+    derived_.swizzleWithReturningOriginalImp("walk", giving("one"), &first);
+    other.join();
+
+    // Whichever came second found the first.
+    const bool otherCameLast = call(derived_.instanceMethod("walk")) == "other";
+    EXPECT_EQ(call(otherCameLast ? &first : &second), "base walks");
+    EXPECT_EQ(call(otherCameLast ? &second : &first), otherCameLast ? "one" : "other");
+}
+
+TEST(ClassObjectTest, IsANewInstanceEachTime) {
+    class Instance : public Object {};
+    const Class maker("ClassTestMaker", &Object::classObject(), {}, {},
+                      [] { return std::make_shared<Instance>(); });
+
+    const ObjectPtr one = maker.object();
+    const ObjectPtr other = maker.object();
+
+    EXPECT_NE(dynamic_cast<Instance*>(one.get()), nullptr);
+    EXPECT_NE(one, other);
+}
+
+TEST(ClassObjectTest, TheRootClassMakesPlainObjects) {
+    const ObjectPtr made = Object::classObject().object();
+
+    ASSERT_TRUE(made);
+    EXPECT_EQ(&made->isa(), &Object::classObject());
+}
+
+TEST_F(ClassTest, AClassThatCannotMakeInstancesMakesNoneOfItsSuperclass) {
+    ASSERT_EQ(base_.superclass(), &Object::classObject());
+
+    EXPECT_EQ(base_.object(), nullptr);
+}
+
 using ClassDeathTest = ClassTest;
+
+TEST_F(ClassDeathTest, AMethodThatCannotBeCalledReplacesNone) {
+    EXPECT_DEATH(derived_.swizzleWithReturningOriginalImp("speak", nullptr),
+                 "a method is replaced by one that can be called");
+}
 
 TEST_F(ClassDeathTest, RegisteringANameTwiceIsABug) {
     EXPECT_DEATH(Class("ClassTestBase", nullptr, {}), "a class name is registered once");

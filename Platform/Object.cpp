@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <functional>
+#include <memory>
 
 #include "Platform/Class.h"
 
@@ -12,7 +13,7 @@ namespace sevrin::platform {
 Object::~Object() = default;
 
 Class& Object::classObject() {
-    static Class theClass("Object", nullptr, {});
+    static Class theClass("Object", nullptr, {}, {}, [] { return std::make_shared<Object>(); });
     return theClass;
 }
 

@@ -4,8 +4,11 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
+#include "Platform/Class.h"
 #include "Platform/NSNotificationCenter.h"
 #include "Platform/NSXPCConnection.h"
 #include "Platform/linux/CborReader.h"
@@ -31,6 +34,25 @@ void lookingUpASelector(benchmark::State& state) {
     }
 }
 BENCHMARK(lookingUpASelector);
+
+// The method behind a message, in a class with all methods of the protocol, and one that the class
+// only inherits.
+void lookingUpAMethod(benchmark::State& state) {
+    const platform::Class::Method nothing = [](platform::Object*, platform::Invocation&) {
+        return Value();
+    };
+    platform::Class::MethodTable methods;
+    for (const auto* method : VeloraSwitchboarding_private::protocol().allMethods())
+        methods[method->selector] = nothing;
+    platform::Class base("MicroBenchBase", nullptr, {{"redact", nothing}});
+    const platform::Class derived("MicroBenchDerived", &base, std::move(methods));
+    const std::string_view selector =
+        state.range(0) == 0 ? "queryEndpointForIdentifier:withReply:" : "redact";
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(derived.instanceMethod(selector));
+    }
+}
+BENCHMARK(lookingUpAMethod)->ArgName("inherited")->Arg(0)->Arg(1);
 
 void decodingAPost(benchmark::State& state) {
     const std::string frame = bench::post("com.example.backup.progress", "com.example.backup");
