@@ -4,9 +4,26 @@
 #include <functional>
 #include <utility>
 
+#include "Platform/Assertion.h"
+#include "Platform/DeferredRelease.h"
 #include "Platform/NSException.h"
 
 namespace sevrin::platform {
+
+namespace {
+
+constexpr std::string_view kNameKey = "NS.name";
+constexpr std::string_view kReasonKey = "NS.reason";
+constexpr std::string_view kUserInfoKey = "NS.userinfo";
+
+Value valueOf(const std::optional<std::string>& text) {
+    return text ? Value(*text) : Value();
+}
+
+// Archives know the class before the program has made an exception.
+[[maybe_unused]] const Class& theRegisteredClass = ExceptionObject::classObject();
+
+}  // namespace
 
 ExceptionObject::ExceptionObject(std::string name, std::optional<std::string> reason,
                                  std::optional<Dictionary> userInfo)
@@ -14,10 +31,12 @@ ExceptionObject::ExceptionObject(std::string name, std::optional<std::string> re
 
 ExceptionObject::~ExceptionObject() {
     forgetDescription();
+    if (userInfo_) releaseWithoutRecursion(std::move(*userInfo_));
 }
 
 Class& ExceptionObject::classObject() {
-    static Class theClass("NSException", &Object::classObject(), {});
+    static NSCodingClass& theClass =
+        *new NSCodingClass("NSException", &Object::classObject(), stepsFor<ExceptionObject>());
     return theClass;
 }
 
@@ -72,9 +91,51 @@ std::string ExceptionObject::description() const {
 }
 
 void ExceptionObject::encodeWithCoder(NSCoder& coder) const {
-    coder.encodeObjectForKey(name_, "NS.name");
-    coder.encodeObjectForKey(reason_ ? Value(*reason_) : Value(), "NS.reason");
-    coder.encodeObjectForKey(userInfo_ ? Value(*userInfo_) : Value(), "NS.userinfo");
+    const Value info = userInfo_ ? Value(*userInfo_) : Value();
+    if (coder.allowsKeyedCoding()) {
+        coder.encodeObjectForKey(name_, kNameKey);
+        coder.encodeObjectForKey(valueOf(reason_), kReasonKey);
+        encodeUserInfoForKey(coder, info, kUserInfoKey);
+    } else {
+        coder.encodeObject(name_);
+        coder.encodeObject(valueOf(reason_));
+        coder.encodeObject(info);
+    }
+}
+
+void ExceptionObject::encodeUserInfoForKey(NSCoder& coder, const Value& info,
+                                           std::string_view key) const {
+    coder.encodeObjectForKey(info, key);
+}
+
+void ExceptionObject::readFromCoder(NSCoder& coder) {
+    const bool hasKeys = coder.allowsKeyedCoding() && (coder.containsValueForKey(kNameKey) ||
+                                                       coder.containsValueForKey(kReasonKey) ||
+                                                       coder.containsValueForKey(kUserInfoKey));
+    const auto next = [&](std::string_view key) {
+        return hasKeys ? coder.decodeObjectForKey(key) : coder.decodeObject();
+    };
+    const Value name = next(kNameKey);
+    const Value reason = next(kReasonKey);
+    const Value info = next(kUserInfoKey);
+    if (!name.isNull() && name.ifString() == nullptr) {
+        coder.failDecoding("the name of an exception is no text");
+    }
+    if (!reason.isNull() && reason.ifString() == nullptr) {
+        coder.failDecoding("the reason of an exception is no text");
+    }
+    if (!info.isNull() && info.ifDictionary() == nullptr) {
+        coder.failDecoding("the user info of an exception is no dictionary");
+    }
+    forgetDescription();
+    name_ = name.isNull() ? std::string(NSGenericException) : *name.ifString();
+    reason_ = reason.isNull() ? std::nullopt : std::optional(*reason.ifString());
+    userInfo_ = info.isNull() ? std::nullopt : std::optional(*info.ifDictionary());
+}
+
+ObjectPtr ExceptionObject::referenceTo(const ObjectPtr& exception) {
+    return std::make_shared<ExceptionReference>(
+        std::dynamic_pointer_cast<ExceptionObject>(exception));
 }
 
 Class& ExceptionReference::classObject() {
@@ -95,6 +156,14 @@ bool ExceptionReference::isEqual(const Object& other) const {
 
 std::size_t ExceptionReference::hash() const {
     return std::hash<const Object*>{}(exception().get());
+}
+
+std::optional<Value> ExceptionReference::replacementObjectForCoder(NSCoder&) const {
+    return Value(exception());
+}
+
+void ExceptionReference::encodeWithCoder(NSCoder&) const {
+    SEVRIN_ASSERT(false, "a reference is archived as its exception");
 }
 
 ExceptionObjectPtr exceptionObjectOf(const Value& value) {

@@ -32,6 +32,7 @@ class ExceptionObject : public Object,
 public:
     // An exception may have no reason and no user info, which differs from an empty one in
     // archives only.
+    ExceptionObject() = default;
     ExceptionObject(std::string name, std::optional<std::string> reason,
                     std::optional<Dictionary> userInfo);
     ~ExceptionObject() override;
@@ -71,15 +72,35 @@ public:
     // The reason; the name when there is none.
     [[nodiscard]] std::string description() const override;
 
-    // Keyed: name, reason and user info, each present even when null. The return addresses stay
-    // here: they mean nothing in another process.
+    // Keyed or in sequence: name, reason and user info, each present even when null. The return
+    // addresses stay here: they mean nothing in another process.
     void encodeWithCoder(NSCoder& coder) const override;
 
+    // Takes the place of what is here by what encodeWithCoder() wrote, or by what a writer without
+    // keys did. An exception without a name gets NSGenericException. Throws what the coder throws.
+    virtual void readFromCoder(NSCoder& coder);
+
+    // How the classes of exceptions are decoded, which may stand in their own user info.
+    template <typename Type>
+    [[nodiscard]] static NSCodingClass::TwoSteps stepsFor() {
+        return {[]() -> ObjectPtr { return std::make_shared<Type>(); },
+                [](Object& instance, NSCoder& coder) {
+                    static_cast<Type&>(instance).readFromCoder(coder);
+                },
+                &referenceTo};
+    }
+
 protected:
+    // How the user info, or null, is written; here as a dictionary that does not change.
+    virtual void encodeUserInfoForKey(NSCoder& coder, const Value& info,
+                                      std::string_view key) const;
+
     // Has what() ask for the description again. For subclasses that describe more than is here.
     void forgetDescription() noexcept;
 
 private:
+    static ObjectPtr referenceTo(const ObjectPtr& exception);
+
     std::string name_;
     std::optional<std::string> reason_;
     std::optional<Dictionary> userInfo_;
@@ -90,7 +111,7 @@ private:
 // Stands for an exception where holding it would make it hold itself: among its own details, or in
 // what lies below them. Describes itself as the exception does and is archived as that exception;
 // afterwards, when the exception is gone, as null.
-class ExceptionReference final : public Object {
+class ExceptionReference final : public Object, public NSCoding {
 public:
     explicit ExceptionReference(const ExceptionObjectPtr& exception) : exception_(exception) {}
 
@@ -106,6 +127,11 @@ public:
     // Equal to references to the same exception.
     [[nodiscard]] bool isEqual(const Object& other) const override;
     [[nodiscard]] std::size_t hash() const override;
+
+    [[nodiscard]] std::optional<Value> replacementObjectForCoder(NSCoder& coder) const override;
+
+    // Never called: another object is archived.
+    void encodeWithCoder(NSCoder& coder) const override;
 
 private:
     const std::weak_ptr<ExceptionObject> exception_;

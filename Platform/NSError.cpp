@@ -7,6 +7,8 @@
 #include <mutex>
 #include <utility>
 
+#include "Platform/DeferredRelease.h"
+#include "Platform/DescriptionScope.h"
 #include "Platform/Format.h"
 
 namespace sevrin::platform {
@@ -42,6 +44,13 @@ private:
 thread_local int Comparison::level = 0;
 thread_local int Comparison::count = 0;
 
+constexpr std::string_view kDomainKey = "NSDomain";
+constexpr std::string_view kCodeKey = "NSCode";
+constexpr std::string_view kUserInfoKey = "NSUserInfo";
+
+// Archives know the class before the program has made an error.
+[[maybe_unused]] const Class& theRegisteredClass = NSError::classObject();
+
 }  // namespace
 
 NSErrorPtr NSError::errorWithDomainCodeUserInfo(std::string_view domain, std::int64_t code,
@@ -52,8 +61,13 @@ NSErrorPtr NSError::errorWithDomainCodeUserInfo(std::string_view domain, std::in
 NSError::NSError(Passkey, std::string domain, std::int64_t code, std::optional<Dictionary> userInfo)
     : domain_(std::move(domain)), code_(code), userInfo_(std::move(userInfo)) {}
 
+NSError::~NSError() {
+    if (userInfo_) releaseWithoutRecursion(std::move(*userInfo_));
+}
+
 Class& NSError::classObject() {
-    static Class theClass("NSError", &Object::classObject(), {});
+    static NSCodingClass& theClass =
+        *new NSCodingClass("NSError", &Object::classObject(), &NSError::initWithCoder);
     return theClass;
 }
 
@@ -77,15 +91,25 @@ std::optional<std::string> NSError::localizedFailureReason() const {
 }
 
 std::string NSError::description() const {
-    std::string text =
-        stringWithFormat("Error Domain=%@ Code=%ld \"%@\"", domain_, code_, localizedDescription());
+    const DescriptionScope scope(this);
+    std::string text = stringWithFormat("Error Domain=%@ Code=%ld \"%@\"", domain_, code_,
+                                        withoutExcess(localizedDescription()));
+    if (userInfo().empty()) return text;
+    if (!scope.mayDescribeContents()) return text.append(" UserInfo={...}");
     std::string_view separator = " UserInfo={";
     for (const auto& [key, value] : userInfo()) {
-        text.append(separator).append(key.description()).append("=").append(value.description());
+        text += separator;
         separator = ", ";
+        if (DescriptionScope::isFull()) {
+            text += kEllipsis;
+            break;
+        }
+        const std::size_t before = text.size();
+        text.append(withoutExcess(key.description())).append("=");
+        text += withoutExcess(value.description());
+        DescriptionScope::noteText(text.size() - before);
     }
-    if (!userInfo().empty()) text += '}';
-    return text;
+    return text += '}';
 }
 
 bool NSError::isEqual(const Object& other) const {
@@ -101,9 +125,31 @@ std::size_t NSError::hash() const {
 }
 
 void NSError::encodeWithCoder(NSCoder& coder) const {
-    coder.encodeObjectForKey(domain_, "NSDomain");
-    coder.encodeInt64ForKey(code_, "NSCode");
-    coder.encodeObjectForKey(userInfo_ ? Value(*userInfo_) : Value(), "NSUserInfo");
+    const Value info = userInfo_ ? Value(*userInfo_) : Value();
+    if (coder.allowsKeyedCoding()) {
+        coder.encodeObjectForKey(domain_, kDomainKey);
+        coder.encodeInt64ForKey(code_, kCodeKey);
+        coder.encodeObjectForKey(info, kUserInfoKey);
+    } else {
+        coder.encodeObject(domain_);
+        coder.encodeObject(code_);
+        coder.encodeObject(info);
+    }
+}
+
+ObjectPtr NSError::initWithCoder(NSCoder& coder) {
+    const bool hasKeys = coder.allowsKeyedCoding();
+    const Value domain = hasKeys ? coder.decodeObjectForKey(kDomainKey) : coder.decodeObject();
+    const Value code = hasKeys ? Value(coder.decodeInt64ForKey(kCodeKey)) : coder.decodeObject();
+    const Value info = hasKeys ? coder.decodeObjectForKey(kUserInfoKey) : coder.decodeObject();
+    if (domain.ifString() == nullptr) coder.failDecoding("the domain of an error is no text");
+    if (code.ifSigned() == nullptr) coder.failDecoding("the code of an error is no number");
+    if (!info.isNull() && info.ifDictionary() == nullptr) {
+        coder.failDecoding("the user info of an error is no dictionary");
+    }
+    return errorWithDomainCodeUserInfo(
+        *domain.ifString(), *code.ifSigned(),
+        info.isNull() ? std::nullopt : std::optional(*info.ifDictionary()));
 }
 
 // The standard's own function gives every thread the same buffer on some systems.

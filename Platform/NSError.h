@@ -46,6 +46,11 @@ public:
     // For errorWithDomainCodeUserInfo() only.
     NSError(Passkey, std::string domain, std::int64_t code, std::optional<Dictionary> userInfo);
 
+    ~NSError() override;
+
+    // Reads what encodeWithCoder() wrote. Throws what the coder throws.
+    [[nodiscard]] static ObjectPtr initWithCoder(NSCoder& coder);
+
     // The class "NSError".
     [[nodiscard]] static Class& classObject();
 
@@ -74,13 +79,13 @@ public:
     [[nodiscard]] bool isEqual(const Object& other) const override;
     [[nodiscard]] std::size_t hash() const override;
 
-    // Keyed: domain, code and user info, each present even when null.
+    // Keyed or in sequence: domain, code and user info, each present even when null.
     void encodeWithCoder(NSCoder& coder) const override;
 
 private:
     const std::string domain_;
     const std::int64_t code_;
-    const std::optional<Dictionary> userInfo_;
+    std::optional<Dictionary> userInfo_;  // Changes only in the destructor.
 };
 
 // The system's text for a number of errno; a text that names the number when it has none. On any

@@ -6,6 +6,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "Platform/DescriptionScope.h"
+
 namespace sevrin::platform {
 namespace {
 
@@ -98,6 +100,25 @@ NSErrorPtr nested(int levels) {
 TEST(NSErrorTest, ErrorsNestedBeyondReasonAreComparedInGoodTime) {
     EXPECT_TRUE(nested(4)->isEqual(*nested(4)));
     EXPECT_FALSE(nested(60)->isEqual(*nested(60)));
+}
+
+TEST(NSErrorTest, ErrorsNestedBeyondReasonAreDescribedInGoodTime) {
+    EXPECT_LT(nested(60)->description().size(), 4U * kDescriptionBytesMax);
+}
+
+TEST(NSErrorTest, AChainOfErrorsOfAnyLengthEnds) {
+    NSErrorPtr error = makeError("test", 0);
+    for (int i = 0; i < 200'000; ++i)
+        error = makeError("test", 0, Dictionary{{NSUnderlyingErrorKey, error}});
+    const std::weak_ptr<NSError> watched = error;
+
+    error.reset();
+
+    EXPECT_TRUE(watched.expired());
+}
+
+TEST(NSErrorTest, ArchivesKnowItsClass) {
+    EXPECT_EQ(NSCodingClass::named("NSError"), &NSError::classObject());
 }
 
 TEST(NSErrorTest, ErrnoStaysAsItIs) {

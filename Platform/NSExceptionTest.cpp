@@ -189,6 +189,25 @@ TEST(NSExceptionTest, AnExceptionThatIsItsOwnDetailDoesNotKeepItselfAlive) {
     EXPECT_TRUE(watched.expired());
 }
 
+TEST(NSExceptionTest, AChainOfCausesOfAnyLengthEnds) {
+    constexpr int kCauses = 200'000;
+    auto exception = std::make_shared<ExceptionObject>("IO", std::nullopt, std::nullopt);
+    for (int i = 0; i < kCauses; ++i) {
+        exception = std::make_shared<ExceptionObject>("IO", std::nullopt,
+                                                      Dictionary{{"Cause", ValueArray{exception}}});
+    }
+    const std::weak_ptr<ExceptionObject> watched = exception;
+
+    exception.reset();
+
+    EXPECT_TRUE(watched.expired());
+}
+
+TEST(NSExceptionTest, ArchivesKnowItsClass) {
+    EXPECT_EQ(NSCodingClass::named("NSException"), &ExceptionObject::classObject());
+    EXPECT_NE(NSCodingClass::named("NSException")->twoSteps(), nullptr);
+}
+
 TEST(ExceptionReferenceTest, DescribesTheExceptionWhileThereIsOne) {
     auto exception = std::make_shared<ExceptionObject>("IO", "no reason", std::nullopt);
     const ExceptionReference reference(exception);

@@ -195,6 +195,13 @@ void appendNonLossyAscii(std::string& out, std::string_view text) {
     }
 }
 
+bool isWhitespace(char32_t character) noexcept {
+    if (character < 0x80) return character == ' ' || character == '\t';
+    return character == 0xA0 || character == 0x1680 ||
+           (character >= 0x2000 && character <= 0x200A) || character == 0x202F ||
+           character == 0x205F || character == 0x3000;
+}
+
 bool isNewline(char32_t character) noexcept {
     return (character >= 0x0A && character <= 0x0D) || character == 0x85 || character == 0x2028 ||
            character == 0x2029;

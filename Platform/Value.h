@@ -136,7 +136,8 @@ public:
     // the fewest digits that read back equal, null as "(null)", data with its length (long data
     // abbreviated), containers as property-list text over several lines. Within a container text is
     // quoted unless it is letters and digits only, with quotation marks, backslashes and line
-    // breaks escaped, and null is "<null>"; nothing else is escaped.
+    // breaks escaped, and null is "<null>"; nothing else is escaped. Containers are cut short where
+    // kDescriptionBytesMax is reached (Platform/DescriptionScope.h).
     [[nodiscard]] std::string description() const;
 
     friend std::strong_ordering operator<=>(const Value& left, const Value& right);

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "Platform/DescriptionScope.h"
 #include "Platform/Value.h"
 
 namespace sevrin::platform {
@@ -111,6 +112,10 @@ void appendMembers(std::string& out, const ValueArray& members, unsigned level) 
     std::string_view separator = "\n";
     for (const Value& member : members) {
         out.append(separator).append((level + 1) * kIndentation, ' ');
+        if (DescriptionScope::isFull()) {
+            out += kEllipsis;
+            break;
+        }
         appendMember(out, member, level + 1);
         separator = ",\n";
     }
@@ -121,6 +126,10 @@ void appendEntries(std::string& out, const Dictionary& dictionary, unsigned leve
     out += '\n';
     for (const auto& [key, value] : dictionary) {
         out.append((level + 1) * kIndentation, ' ');
+        if (DescriptionScope::isFull()) {
+            out.append(kEllipsis).append("\n");
+            break;
+        }
         appendMember(out, key, level + 1);
         out += " = ";
         appendMember(out, value, level + 1);
@@ -156,20 +165,25 @@ bool isContainer(const Value& value) {
 // What stands within a container at `level`. Nested containers are indented once more before their
 // opening bracket, which is how the platform does it.
 void appendMember(std::string& out, const Value& value, unsigned level) {
+    const std::size_t before = out.size();
     if (isContainer(value)) {
         if (level > kLevelMax) {
-            out += "...";
+            out += kEllipsis;
             return;
         }
+        DescriptionScope::noteText(3 * (level + 1) * kIndentation);
         out.append(level * kIndentation, ' ');
         appendContainer(out, value, level);
-    } else if (const Data* data = value.ifData()) {
+        return;
+    }
+    if (const Data* data = value.ifData()) {
         appendData(out, data->bytes);
     } else if (const std::string* text = value.ifString()) {
         appendQuoted(out, *text);
     } else {
         appendQuoted(out, value.isNull() ? "<null>" : value.description());
     }
+    DescriptionScope::noteText(out.size() - before + (level + 1) * kIndentation);
 }
 
 }  // namespace
@@ -200,6 +214,8 @@ std::string Value::description() const {
         case Kind::Array:
         case Kind::Dictionary:
         case Kind::Set: {
+            const DescriptionScope scope(nullptr);
+            if (!scope.mayDescribeContents()) return std::string(kEllipsis);
             std::string text;
             appendContainer(text, *this, 0);
             return text;
