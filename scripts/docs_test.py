@@ -53,14 +53,27 @@ class NamesTest(unittest.TestCase):
                                 f"{document.name} names {words}")
 
 
+class Limits(dict):
+    """Limits by name, which remember the names that were asked for."""
+
+    def __init__(self):
+        super().__init__()
+        self.compared = set()
+
+    def __getitem__(self, name):
+        self.compared.add(name)
+        return super().__getitem__(name)
+
+
 class WireProtocolTest(unittest.TestCase):
     """The wire protocol's document is what the code does."""
 
     def test_the_limits_are_those_of_the_code(self):
         code = (ROOT / "Platform/XPCLimits.h").read_text()
-        limits = {}
+        limits = Limits()
         for name, value in re.findall(r"inline constexpr \w[\w:]* (k\w+) = ([^;]+);", code):
             limits[name] = eval(re.sub(r"std::size_t\{(\d+)\}", r"\1", value))  # Products and shifts of numbers.
+        self.assertEqual(code.count("inline constexpr"), len(limits))
         stated = {
             "body of a frame, client to listener": limits["kFrameBodyBytesMax"],
             "body of a frame, listener to client": limits["kFrameBodyBytesMax"] + limits["kRelayBytesMax"],
@@ -84,6 +97,7 @@ class WireProtocolTest(unittest.TestCase):
                           re.sub(r"\s+", " ", WIRE))
         self.assertEqual([int(number.replace(",", "")) for number in batch.groups()],
                          [limits["kDescriptorBatchBytesMax"], limits["kDescriptorBatchMax"]])
+        self.assertEqual(set(limits) - limits.compared, set(), "limits that the document does not tell")
 
     def test_the_selectors_are_those_of_the_code(self):
         code = (ROOT / "switchboard/SwitchboardProtocols.cpp").read_text()
