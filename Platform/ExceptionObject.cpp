@@ -53,8 +53,12 @@ void ExceptionObject::setUserInfoValueForKey(Value value, Value key) {
     forgetDescription();
     if (value.object().get() == this)
         value = std::make_shared<ExceptionReference>(shared_from_this());
-    if (!userInfo_) userInfo_.emplace();
+    ensureUserInfo();
     userInfo_->set(std::move(key), std::move(value));
+}
+
+void ExceptionObject::ensureUserInfo() {
+    if (!userInfo_) userInfo_.emplace();
 }
 
 void ExceptionObject::setCallStackReturnAddresses(std::vector<std::uintptr_t> addresses) {

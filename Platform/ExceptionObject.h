@@ -95,6 +95,9 @@ protected:
     virtual void encodeUserInfoForKey(NSCoder& coder, const Value& info,
                                       std::string_view key) const;
 
+    // Has an empty user info where there is none. For subclasses that always have one.
+    void ensureUserInfo();
+
     // Has what() ask for the description again. For subclasses that describe more than is here.
     void forgetDescription() noexcept;
 

@@ -37,8 +37,8 @@ std::string nonLossyAscii(std::string_view text);
 // lie within `out`.
 void appendNonLossyAscii(std::string& out, std::string_view text);
 
-// Whether `character` is a tab or a space of any width (Unicode's category Zs): what separates words
-// within a line.
+// Whether `character` is a tab or a space of any width (Unicode's category Zs): what separates
+// words within a line.
 bool isWhitespace(char32_t character) noexcept;
 
 // Whether `character` ends a line: line feed, vertical tab, form feed, carriage return, next line,

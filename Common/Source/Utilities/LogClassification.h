@@ -4,6 +4,9 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <map>
+#include <string>
 #include <string_view>
 
 namespace sevrin {
@@ -24,6 +27,9 @@ enum class LogClassification : std::int32_t {
 };
 
 inline constexpr int kLogClassificationCount = 10;
+
+// What each key of a dictionary is logged at; keys that are not here have the caller's default.
+using LogClassificationMap = std::map<std::string, LogClassification, std::less<>>;
 
 // The word of a classification from Plain to Debug. Cheap rather than checked: a number outside
 // the table is the caller's error and gives the blank word or that of another number, though never

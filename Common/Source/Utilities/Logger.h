@@ -35,9 +35,6 @@ namespace sevrin {
 class Logger;
 using LoggerPtr = std::shared_ptr<Logger>;
 
-// What each key of a dictionary is logged at; keys that are not here have the caller's default.
-using LogClassificationMap = std::map<std::string, LogClassification, std::less<>>;
-
 class Logger {
 public:
     // --- For everybody: through the default logger. All but the void ones give the identifier of

@@ -1,0 +1,121 @@
+// What the copies of one SVException share: its class, its preferred classification, its text.
+#include "Common/Source/Utilities/SVExceptionObject.h"
+
+#include <charconv>
+#include <exception>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include "Common/Source/Utilities/SVException.h"
+#include "Platform/DescriptionScope.h"
+#include "Platform/Text.h"
+
+namespace sevrin {
+
+using platform::DescriptionScope;
+using platform::Value;
+
+namespace {
+
+constexpr std::string_view kLogClassKey = ".LogClass";
+
+// Archives know the class before the program has made an exception.
+[[maybe_unused]] const platform::Class& theRegisteredClass = SVExceptionObject::classObject();
+
+bool hasWhitespace(std::string_view text) {
+    for (std::size_t position = 0; position < text.size();) {
+        if (platform::isWhitespace(platform::decodeUtf8(text, position))) return true;
+    }
+    return false;
+}
+
+// The integer that a number, or text that begins with one, stands for.
+std::optional<std::int64_t> integerIn(const Value& value) {
+    if (const auto* number = value.ifSigned()) return *number;
+    if (const auto* number = value.ifUnsigned()) return static_cast<std::int64_t>(*number);
+    if (const auto* truth = value.ifBoolean()) return *truth ? 1 : 0;
+    if (const std::string* text = value.ifString()) {
+        std::int64_t number = 0;
+        std::from_chars(text->data(), text->data() + text->size(), number);
+        return number;
+    }
+    return std::nullopt;
+}
+
+// Objects describe themselves as they like; one that cannot must not take the others with it.
+std::string textOf(const Value& value) {
+    try {
+        return platform::withoutExcess(value.description());
+    } catch (const std::exception& error) {
+        return std::string("(no description: ") + error.what() + ")";
+    }
+}
+
+}  // namespace
+
+// The details exist from the start, be they empty.
+SVExceptionObject::SVExceptionObject()
+    : ExceptionObject({}, std::nullopt, platform::Dictionary()) {}
+
+SVExceptionObject::SVExceptionObject(std::string name, std::string reason)
+    : ExceptionObject(std::move(name), std::move(reason), platform::Dictionary()) {}
+
+platform::Class& SVExceptionObject::classObject() {
+    static platform::NSCodingClass& theClass = *new platform::NSCodingClass(
+        "SVException", &ExceptionObject::classObject(), stepsFor<SVExceptionObject>(),
+        {{"preferredLogClass", [](Object* receiver, platform::Invocation&) {
+              return Value(static_cast<std::int32_t>(
+                  static_cast<SVExceptionObject*>(receiver)->preferredLogClass()));
+          }}});
+    return theClass;
+}
+
+LogClassification SVExceptionObject::preferredLogClass() const {
+    if (const Value* stored = userInfo().find(kLogClassKey)) {
+        if (const auto number = integerIn(*stored)) {
+            return LogClassification{static_cast<std::int32_t>(*number)};
+        }
+    }
+    return SVException::preferredLogClassForName(name());
+}
+
+void SVExceptionObject::throwHandle() {
+    throw SVException(std::static_pointer_cast<SVExceptionObject>(shared_from_this()));
+}
+
+std::string SVExceptionObject::description() const {
+    const DescriptionScope scope(this);
+    std::string text;
+    text.append("<").append(name()).append("> ").append(reason() ? *reason() : "(null)");
+    if (userInfo().empty()) return text;
+    if (!scope.mayDescribeContents()) return text.append(" { ... }");
+
+    std::string_view separator = " { ";
+    for (const auto& [key, value] : userInfo()) {
+        text += separator;
+        separator = ", ";
+        if (DescriptionScope::isFull()) {
+            text += platform::kEllipsis;
+            break;
+        }
+        const std::size_t before = text.size();
+        const std::string valueText = textOf(value);
+        const std::string_view quote = hasWhitespace(valueText) ? "'" : "";
+        text.append(textOf(key)).append("=").append(quote).append(valueText).append(quote);
+        DescriptionScope::noteText(text.size() - before);
+    }
+    return text.append(" }");
+}
+
+void SVExceptionObject::readFromCoder(platform::NSCoder& coder) {
+    ExceptionObject::readFromCoder(coder);
+    ensureUserInfo();
+}
+
+void SVExceptionObject::encodeUserInfoForKey(platform::NSCoder& coder, const Value& info,
+                                             std::string_view key) const {
+    coder.encodeMutableObjectForKey(info, key);
+}
+
+}  // namespace sevrin
