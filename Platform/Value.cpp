@@ -27,6 +27,18 @@ std::strong_ordering compareObjects(const ObjectPtr& left, const ObjectPtr& righ
 
 Value::Value(Dictionary value) : payload_(std::make_shared<const Dictionary>(std::move(value))) {}
 
+Value Value::sharedString(std::string text) {
+    constexpr std::size_t kInPlaceMax =
+        15;  // A string this short owns no memory that a copy needs.
+    Value result;
+    if (text.size() <= kInPlaceMax) {
+        result.payload_ = std::move(text);
+    } else {
+        result.payload_ = std::make_shared<const std::string>(std::move(text));
+    }
+    return result;
+}
+
 std::strong_ordering operator<=>(const Value& left, const Value& right) {
     if (left.kind() != right.kind()) return left.kind() <=> right.kind();
 

@@ -89,6 +89,10 @@ public:
     Value(std::string value) : payload_(std::move(value)) {}
     Value(std::string_view value) : payload_(std::string(value)) {}
     Value(const char* value) : payload_(std::string(value)) {}
+
+    // Text whose copies share it when it is long: for text that one reader hands out many times.
+    [[nodiscard]] static Value sharedString(std::string text);
+
     Value(Data value) : payload_(std::make_shared<const Data>(std::move(value))) {}
     Value(NSDate value) : payload_(value) {}
     Value(ValueArray value) : payload_(std::make_shared<const ValueArray>(std::move(value))) {}
@@ -101,7 +105,10 @@ public:
         if (value) payload_ = std::shared_ptr<Object>(std::move(value));
     }
 
-    [[nodiscard]] Kind kind() const { return static_cast<Kind>(payload_.index()); }
+    [[nodiscard]] Kind kind() const {
+        const std::size_t index = payload_.index();
+        return index == kSharedString ? Kind::String : static_cast<Kind>(index);
+    }
     [[nodiscard]] bool isNull() const { return kind() == Kind::Null; }
 
     // The content, or nullptr when the value is of another kind. Valid as long as the value.
@@ -114,7 +121,8 @@ public:
     }
     [[nodiscard]] const double* ifDouble() const { return std::get_if<double>(&payload_); }
     [[nodiscard]] const std::string* ifString() const {
-        return std::get_if<std::string>(&payload_);
+        const auto* own = std::get_if<std::string>(&payload_);
+        return own ? own : shared<std::string>();
     }
     [[nodiscard]] const NSDate* ifDate() const { return std::get_if<NSDate>(&payload_); }
     [[nodiscard]] const Data* ifData() const { return shared<Data>(); }
@@ -150,9 +158,13 @@ private:
         return found ? found->get() : nullptr;
     }
 
+    // Behind the kinds, in their order, the shared form of text.
+    static constexpr std::size_t kSharedString = static_cast<std::size_t>(Kind::Object) + 1;
+
     std::variant<std::monostate, bool, std::int64_t, std::uint64_t, double, std::string,
                  std::shared_ptr<const Data>, NSDate, std::shared_ptr<const ValueArray>,
-                 std::shared_ptr<const Dictionary>, std::shared_ptr<const Set>, ObjectPtr>
+                 std::shared_ptr<const Dictionary>, std::shared_ptr<const Set>, ObjectPtr,
+                 std::shared_ptr<const std::string>>
         payload_;
 };
 
