@@ -55,8 +55,9 @@ class CompletionsTest(ProgramTest):
         return set(completed.stdout.split())
 
     def fish(self, line):
-        completed = subprocess.run(["fish", "--no-config", "-c", f"source '{FISH}'; complete -C '{line}'"],
-                                   stdout=subprocess.PIPE, check=True, text=True, env=self.environment(HOME=self.folder))
+        script = f"source '{FISH}'; complete -C '{line}'"
+        completed = subprocess.run(["fish", "--no-config", "-c", script], stdout=subprocess.PIPE, check=True, text=True,
+                                   env=self.environment(HOME=self.folder))
         return {candidate.split("\t")[0] for candidate in completed.stdout.splitlines()}
 
     def test_every_verb_and_long_option_and_no_other_is_in_the_files_of_all_shells(self):

@@ -1,7 +1,6 @@
 """The switchboard of the machine and processes of several users: who finds what, who hears what, and who may move.
 
-Root alone can start these. Where switchboardctl would not go so far, a connection speaks for itself, by the client in
-examples/ that is written from docs/wire-protocol.md.
+Root alone can start these. Where switchboardctl would not go so far, a connection speaks for itself.
 """
 
 import os
@@ -9,41 +8,13 @@ import socket
 import sys
 import unittest
 
-HERE = os.path.dirname(os.path.abspath(__file__))
-sys.path[:0] = [os.path.join(HERE, "Support"), os.path.join(HERE, "../examples")]
-import client  # noqa: E402
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "Support"))
 from programs import IS_ROOT, NOBODY, SYSTEM_SERVICE, ProgramTest  # noqa: E402
+from wire import Connection  # noqa: E402
 
 CLOCK = "com.example.clock"
 ROOT, ALICE, BOB, STRANGER = 0, NOBODY, NOBODY - 1, NOBODY - 2
 SERVED = (ROOT, ALICE, BOB)
-
-
-class Connection(client.Connection):
-    """A connection of a user's, as the kernel sees it."""
-
-    def __init__(self, path, user):
-        os.seteuid(user)
-        try:
-            super().__init__(path)
-        finally:
-            os.seteuid(0)
-
-    def wait_until_handled(self):
-        self.ask("barrierWithCompletion:")
-
-    def publish(self, endpoint, identifier):
-        """Publishes `endpoint`, a path descriptor."""
-        body = client.cbor2.dumps(["publishEndpoint:forIdentifier:", client.cbor2.CBORTag(client.ENDPOINT_TAG, 0),
-                                   identifier])
-        header = client.HEADER.pack(len(body), client.MESSAGE, 1, 0)
-        socket.send_fds(self.socket, [header + body], [endpoint])
-
-    def finds(self, identifier):
-        [endpoint] = self.ask("queryEndpointForIdentifier:withReply:", identifier)
-        if endpoint is not None:
-            os.close(endpoint)
-        return endpoint is not None
 
 
 @unittest.skipUnless(IS_ROOT, "only root starts the switchboard of the machine")
