@@ -5,6 +5,8 @@
 // closed, the one held here included.
 #pragma once
 
+#include <memory>
+
 #include "Platform/NSFileHandle.h"
 
 namespace sevrin::platform {
@@ -16,13 +18,18 @@ public:
     NSPipe(const NSPipe&) = delete;
     NSPipe& operator=(const NSPipe&) = delete;
 
-    // The two ends, as long as the pipe. Either may be closed before the other.
-    [[nodiscard]] NSFileHandle& fileHandleForReading() noexcept { return reading_; }
-    [[nodiscard]] NSFileHandle& fileHandleForWriting() noexcept { return writing_; }
+    // The two ends; never nullptr. Each is open until it is closed or nobody has it any more, so
+    // whoever keeps one without the pipe does not keep the other open.
+    [[nodiscard]] const std::shared_ptr<NSFileHandle>& fileHandleForReading() const noexcept {
+        return reading_;
+    }
+    [[nodiscard]] const std::shared_ptr<NSFileHandle>& fileHandleForWriting() const noexcept {
+        return writing_;
+    }
 
 private:
-    NSFileHandle reading_;
-    NSFileHandle writing_;
+    std::shared_ptr<NSFileHandle> reading_;
+    std::shared_ptr<NSFileHandle> writing_;
 };
 
 }  // namespace sevrin::platform

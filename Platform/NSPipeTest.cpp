@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -17,7 +18,7 @@ namespace sevrin::platform {
 namespace {
 
 void write(NSPipe& pipe, std::string_view bytes) {
-    ASSERT_EQ(::write(pipe.fileHandleForWriting().fileDescriptor(), bytes.data(), bytes.size()),
+    ASSERT_EQ(::write(pipe.fileHandleForWriting()->fileDescriptor(), bytes.data(), bytes.size()),
               static_cast<ssize_t>(bytes.size()));
 }
 
@@ -25,7 +26,7 @@ TEST(NSPipeTest, WhatIsWrittenIsAvailable) {
     NSPipe pipe;
     write(pipe, std::string_view("one\0two", 7));
 
-    EXPECT_EQ(pipe.fileHandleForReading().availableData(), std::string("one\0two", 7));
+    EXPECT_EQ(pipe.fileHandleForReading()->availableData(), std::string("one\0two", 7));
 }
 
 TEST(NSPipeTest, AllThatIsThereIsOneChunkUpToItsLimit) {
@@ -33,7 +34,7 @@ TEST(NSPipeTest, AllThatIsThereIsOneChunkUpToItsLimit) {
     write(pipe, "one");
     write(pipe, std::string(NSFileHandle::kChunkBytesMax / 2, 'x'));
 
-    EXPECT_EQ(pipe.fileHandleForReading().availableData().size(),
+    EXPECT_EQ(pipe.fileHandleForReading()->availableData().size(),
               3 + NSFileHandle::kChunkBytesMax / 2);
 }
 
@@ -41,7 +42,7 @@ TEST(NSPipeTest, ReadingWaitsForData) {
     NSPipe pipe;
     std::thread writer([&] { write(pipe, "late"); });
 
-    EXPECT_EQ(pipe.fileHandleForReading().availableData(), "late");
+    EXPECT_EQ(pipe.fileHandleForReading()->availableData(), "late");
 
     writer.join();
 }
@@ -49,23 +50,23 @@ TEST(NSPipeTest, ReadingWaitsForData) {
 TEST(NSPipeTest, TheEndComesAfterTheLastByteAndStays) {
     NSPipe pipe;
     write(pipe, "last");
-    pipe.fileHandleForWriting().closeFile();
+    pipe.fileHandleForWriting()->closeFile();
 
-    EXPECT_EQ(pipe.fileHandleForReading().availableData(), "last");
-    EXPECT_EQ(pipe.fileHandleForReading().availableData(), "");
-    EXPECT_EQ(pipe.fileHandleForReading().availableData(), "");
+    EXPECT_EQ(pipe.fileHandleForReading()->availableData(), "last");
+    EXPECT_EQ(pipe.fileHandleForReading()->availableData(), "");
+    EXPECT_EQ(pipe.fileHandleForReading()->availableData(), "");
 }
 
 TEST(NSPipeTest, NeitherEndIsInheritedByChildren) {
     NSPipe pipe;
 
-    for (NSFileHandle* end : {&pipe.fileHandleForReading(), &pipe.fileHandleForWriting()})
+    for (const auto& end : {pipe.fileHandleForReading(), pipe.fileHandleForWriting()})
         EXPECT_EQ(::fcntl(end->fileDescriptor(), F_GETFD), FD_CLOEXEC);
 }
 
 TEST(NSPipeTest, AClosedHandleHasNoDescriptorAndCannotBeRead) {
     NSPipe pipe;
-    NSFileHandle& reading = pipe.fileHandleForReading();
+    NSFileHandle& reading = *pipe.fileHandleForReading();
     const int descriptor = reading.fileDescriptor();
 
     reading.closeFile();
@@ -91,12 +92,24 @@ TEST(NSPipeTest, BothEndsAreClosedWithThePipe) {
     std::pair<int, int> ends;
     {
         NSPipe pipe;
-        ends = {pipe.fileHandleForReading().fileDescriptor(),
-                pipe.fileHandleForWriting().fileDescriptor()};
+        ends = {pipe.fileHandleForReading()->fileDescriptor(),
+                pipe.fileHandleForWriting()->fileDescriptor()};
     }
 
     EXPECT_EQ(::fcntl(ends.first, F_GETFD), -1);
     EXPECT_EQ(::fcntl(ends.second, F_GETFD), -1);
+}
+
+TEST(NSPipeTest, AnEndThatIsKeptWithoutThePipeDoesNotKeepTheOther) {
+    std::shared_ptr<NSFileHandle> reading;
+    {
+        NSPipe pipe;
+        write(pipe, "last");
+        reading = pipe.fileHandleForReading();
+    }
+
+    EXPECT_EQ(reading->availableData(), "last");
+    EXPECT_EQ(reading->availableData(), "");
 }
 
 TEST(NSPipeTest, WithoutDescriptorsThereIsNoPipe) {

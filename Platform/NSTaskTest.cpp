@@ -26,7 +26,7 @@ using testing::HasSubstr;
 std::string allOf(NSPipe& pipe) {
     std::string all;
     for (;;) {
-        const std::string chunk = pipe.fileHandleForReading().availableData();
+        const std::string chunk = pipe.fileHandleForReading()->availableData();
         if (chunk.empty()) return all;
         all += chunk;
     }
@@ -120,7 +120,7 @@ TEST_F(NSTaskTest, ItRunsBetweenLaunchAndEnd) {
 
     launch("echo $$; exec sleep 60");
     EXPECT_TRUE(task_->isRunning());
-    EXPECT_EQ(output_->fileHandleForReading().availableData(),
+    EXPECT_EQ(output_->fileHandleForReading()->availableData(),
               std::to_string(task_->processIdentifier()) + "\n");
 
     ::kill(task_->processIdentifier(), SIGTERM);
@@ -222,7 +222,7 @@ TEST_F(NSTaskTest, BlockedSignalsAreNotInherited) {
 TEST_F(NSTaskTest, TheChildHasTheWritingEndForItself) {
     launch("exec sleep 60");
 
-    EXPECT_EQ(output_->fileHandleForWriting().fileDescriptor(), -1);
+    EXPECT_EQ(output_->fileHandleForWriting()->fileDescriptor(), -1);
 
     ::kill(task_->processIdentifier(), SIGTERM);
     EXPECT_EQ(allOf(*output_), "");
@@ -231,13 +231,13 @@ TEST_F(NSTaskTest, TheChildHasTheWritingEndForItself) {
 TEST_F(NSTaskTest, WithoutAPipeTheOutputIsThatOfTheProcess) {
     NSPipe pipe;
     const UniqueFd before(::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0));
-    ASSERT_GE(::dup2(pipe.fileHandleForWriting().fileDescriptor(), STDOUT_FILENO), 0);
+    ASSERT_GE(::dup2(pipe.fileHandleForWriting()->fileDescriptor(), STDOUT_FILENO), 0);
     task_->setLaunchPath("/bin/sh");
     task_->setArguments({"-c", "echo heard"});
     task_->launch();
     task_->waitUntilExit();
     ::dup2(before.get(), STDOUT_FILENO);
-    pipe.fileHandleForWriting().closeFile();
+    pipe.fileHandleForWriting()->closeFile();
 
     EXPECT_EQ(allOf(pipe), "heard\n");
 }
@@ -278,11 +278,11 @@ TEST_F(NSTaskTest, ATaskThatCouldNotBeStartedIsNeitherRunningNorWaitedFor) {
 TEST_F(NSTaskTest, TheReaderOfATaskThatCouldNotBeStartedSeesTheEnd) {
     ASSERT_EQ(errorOf("/nowhere").first, ENOENT);
 
-    EXPECT_EQ(output_->fileHandleForReading().availableData(), "");
+    EXPECT_EQ(output_->fileHandleForReading()->availableData(), "");
 }
 
 TEST_F(NSTaskTest, AnOutputThatIsClosedAlreadyIsAnError) {
-    output_->fileHandleForWriting().closeFile();
+    output_->fileHandleForWriting()->closeFile();
 
     EXPECT_EQ(errorOf("/bin/sh").first, EBADF);
 }

@@ -6,15 +6,18 @@
 
 #include <cerrno>
 #include <system_error>
+#include <utility>
 
 namespace sevrin::platform {
 
-NSPipe::NSPipe() : reading_(UniqueFd()), writing_(UniqueFd()) {
+NSPipe::NSPipe() {
     int ends[2];
     if (::pipe2(ends, O_CLOEXEC) != 0)
         throw std::system_error(errno, std::generic_category(), "making a pipe");
-    reading_ = NSFileHandle(UniqueFd(ends[0]));
-    writing_ = NSFileHandle(UniqueFd(ends[1]));
+    UniqueFd reading(ends[0]);
+    UniqueFd writing(ends[1]);
+    reading_ = std::make_shared<NSFileHandle>(std::move(reading));
+    writing_ = std::make_shared<NSFileHandle>(std::move(writing));
 }
 
 }  // namespace sevrin::platform

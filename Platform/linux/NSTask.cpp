@@ -178,12 +178,12 @@ void NSTask::launch() {
     struct WritingEnd {
         NSPipe* pipe;
         ~WritingEnd() {
-            if (pipe) pipe->fileHandleForWriting().closeFile();
+            if (pipe) pipe->fileHandleForWriting()->closeFile();
         }
     };
     const WritingEnd writingEnd{standardOutput_.get()};
     std::optional<int> output;
-    if (standardOutput_) output = standardOutput_->fileHandleForWriting().fileDescriptor();
+    if (standardOutput_) output = standardOutput_->fileHandleForWriting()->fileDescriptor();
 
     std::vector<std::string> words{launchPath_};
     words.insert(words.end(), arguments_.begin(), arguments_.end());
