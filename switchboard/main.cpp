@@ -10,21 +10,18 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
-#include <memory>
-#include <optional>
 #include <span>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "Common/Source/Utilities/Logger.h"
-#include "Common/Source/Utilities/NSLogLogger.h"
 #include "Platform/NSXPCConnection.h"
 #include "Platform/NSXPCListener.h"
 #include "Platform/SignalWakeup.h"
 #include "switchboard/BadPeer.h"
 #include "switchboard/CommandLine.h"
 #include "switchboard/SVConnectionServiceFactory.h"
+#include "switchboard/ServiceLog.h"
 #include "switchboard/SwitchboardProtocols.h"
 #include "switchboard/UserSwitchboard.h"
 #include "switchboard/VeloraOperator.h"
@@ -85,27 +82,6 @@ void raiseDescriptorLimit() {
     std::exit(status);
 }
 
-// Chooses where the process logs, and writes the start record: gives its head line. The system's
-// switchboard logs to the console, which shows no such record, so it writes none and there is no
-// line.
-LogLineIdentifierPtr startLogging(uid_t realUserID) {
-    Logger::setApplicationNumber(kLogApplicationNumber);
-    if (realUserID != 0) return Logger::logStartProcess(kSwitchboardVersion);
-    Logger::setDefaultLogger(std::make_shared<NSLogLogger>());
-    return nullptr;
-}
-
-// Notes in the start record under which name and for whom this process serves.
-void logService(const LogLineIdentifierPtr& startLine, const std::string& serviceName,
-                const std::vector<std::uint32_t>& users) {
-    if (startLine)
-        Logger::logInLineKeyValue(LogClassification::Debug, startLine, "port", serviceName);
-    std::string list;
-    for (const std::uint32_t user : users)
-        list += (list.empty() ? "" : ", ") + std::to_string(user);
-    Logger::logInLineKeyValue(LogClassification::Debug, startLine, "users", list);
-}
-
 void openService(const std::string& serviceName, const std::vector<std::uint32_t>& users) {
     registerSwitchboardClasses();
     NSXPCConnection::setFaultReporter(logBadPeer);
@@ -122,6 +98,7 @@ void openService(const std::string& serviceName, const std::vector<std::uint32_t
 
 int run(std::span<const char* const> arguments) {
     const uid_t realUserID = ::getuid();
+    Logger::setApplicationNumber(kLogApplicationNumber);
     const LogLineIdentifierPtr startLine = startLogging(realUserID);
     const CommandLine commandLine = CommandLine::parse(arguments, realUserID);
     if (!commandLine.error.empty()) {
