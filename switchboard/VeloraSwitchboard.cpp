@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "Common/Source/Utilities/Logger.h"
+#include "Common/Source/Utilities/Process.h"
 #include "Platform/Assertion.h"
 #include "Platform/DispatchQueue.h"
 #include "Platform/Format.h"
@@ -23,9 +24,6 @@ using platform::NSDistributedNotificationCenter;
 using platform::NSRunLoop;
 
 namespace {
-
-// Whose process this is, also while it acts as root.
-const uid_t kUserIDAtStart = ::geteuid();
 
 struct Shared {
     std::mutex lock;
@@ -98,7 +96,7 @@ const std::string& userSwitchboardServiceName() {
     static const std::string& theName = *new std::string([] {
         const uid_t effective = ::geteuid();
         return platform::stringWithFormat(kUserServiceNameFormat,
-                                          effective != 0 ? effective : kUserIDAtStart);
+                                          effective != 0 ? effective : Process::userID());
     }());
     return theName;
 }
