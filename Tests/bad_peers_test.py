@@ -107,7 +107,8 @@ class BadPeersTest(ProgramTest):
 
     def test_a_greeting_that_is_none(self):
         self.assertBreaches(word=frame(GREETING, ["other-xpc", 1]), number=frame(GREETING, 1),
-                            empty=frame(GREETING, b""), version=frame(GREETING, ["sevrin-xpc", 2]), text=frame(GREETING, ["sevrin-xpc", "1"]),
+                            empty=frame(GREETING, b""), version=frame(GREETING, ["sevrin-xpc", 2]),
+                            text=frame(GREETING, ["sevrin-xpc", "1"]),
                             missing=frame(REQUEST, VERSION, serial=1), second=GREETED + GREETED)
 
     def test_a_frame_that_ends_too_early(self):

@@ -5,8 +5,7 @@
 //     client.publish(server.endpoint(), "com.example.thing");
 //     auto found = client.query("com.example.other", 2s);
 //     if (!found) std::cerr << found.error().description;
-//     else if (*found) ...                                       // an endpoint; null: not
-//     published
+//     else if (*found) ...                                       // null: nobody publishes it
 //
 // Any thread may call it. Calls that wait take a deadline; their twins with a completion return at
 // once. Either way a call ends exactly once: with the answer or with an error (Result.h says which

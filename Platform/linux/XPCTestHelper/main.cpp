@@ -6,9 +6,9 @@
 //     xpc-test-helper consume                 connects to the endpoint that comes through standard
 //                                             input, a socket
 //     xpc-test-helper publish                 sends its endpoint through standard input, a socket
-//     xpc-test-helper hoard NAME COUNT        holds COUNT connections to NAME until input ends,
-//     each
-//                                             with as many descriptors in it as a frame may bring
+//     xpc-test-helper hoard NAME COUNT        holds COUNT connections to NAME, each with as many
+//                                             descriptors in it as a frame may bring, until input
+//                                             ends
 //
 // Speaks in lines on standard output. The service obeys some words: the note "fill" opens
 // descriptors until there are none left, "free" closes them again; the echo of "open descriptors"
