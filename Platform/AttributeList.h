@@ -7,7 +7,8 @@
 // to. All calls give -1 with errno where they fail. They hold no state and may run on any thread.
 //
 // What a system cannot tell is left out of the returned set, never made up. A call that does not
-// ask for the returned set fails with EINVAL for it, unless FSOPT_PACK_INVAL_ATTRS fills its place.
+// ask for the returned set fails with EINVAL for it, unless FSOPT_PACK_INVAL_ATTRS fills its place;
+// only a name or path that an object has not has an empty reference.
 #pragma once
 
 #include <sys/types.h>

@@ -1,0 +1,110 @@
+// The kernel's own permission check, retraced without a call for each object.
+#include "Platform/linux/EffectiveAccess.h"
+
+#include <linux/capability.h>
+#include <sys/statvfs.h>
+#include <sys/syscall.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+
+namespace sevrin::platform {
+
+namespace {
+
+constexpr std::uint32_t kAll = R_OK | W_OK | X_OK;
+constexpr const char* kAccessAcl = "system.posix_acl_access";
+// The inode that the namespace which every machine begins with always has.
+constexpr ino_t kInitialUserNamespace = 0xEFFF'FFFD;
+
+// The first word of the effective capabilities; both that matter here are in it.
+std::uint32_t effectiveCapabilities() noexcept {
+    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+    std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> data{};
+    return ::syscall(SYS_capget, &header, data.data()) == 0 ? data[0].effective : 0;
+}
+
+bool isOutsideInitialUserNamespace() noexcept {
+    struct stat space {};
+    return ::stat("/proc/self/ns/user", &space) != 0 || space.st_ino != kInitialUserNamespace;
+}
+
+std::uint32_t askKernel(int dirfd, const char* name) noexcept {
+    const int flags = AT_EACCESS | AT_SYMLINK_NOFOLLOW | (*name == '\0' ? AT_EMPTY_PATH : 0);
+    if (::faccessat(dirfd, name, R_OK | W_OK | X_OK, flags) == 0) return kAll;
+    std::uint32_t rights = 0;
+    for (const int right : {R_OK, W_OK, X_OK}) {
+        if (::faccessat(dirfd, name, right, flags) == 0)
+            rights |= static_cast<std::uint32_t>(right);
+    }
+    return rights;
+}
+
+}  // namespace
+
+EffectiveAccess::EffectiveAccess(int fd) noexcept : user_(::geteuid()), group_(::getegid()) {
+    const std::uint32_t capabilities = effectiveCapabilities();
+    overridesModes_ = (capabilities & (1U << CAP_DAC_OVERRIDE)) != 0;
+    readsEverything_ = (capabilities & (1U << CAP_DAC_READ_SEARCH)) != 0;
+    isInUserNamespace_ = (overridesModes_ || readsEverything_) && isOutsideInitialUserNamespace();
+    struct statvfs mount {};
+    if (::fstatvfs(fd, &mount) == 0) {
+        isReadOnly_ = (mount.f_flag & ST_RDONLY) != 0;
+        isNoExec_ = (mount.f_flag & ST_NOEXEC) != 0;
+    }
+}
+
+std::uint32_t EffectiveAccess::of(int dirfd, const char* name, const struct statx& stat) noexcept {
+    const bool isOnOtherMount = *name != '\0' && (stat.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
+    if (isInUserNamespace_ || isOnOtherMount) return askKernel(dirfd, name);
+    const std::uint32_t mode = stat.stx_mode;
+    const bool isDirectory = S_ISDIR(mode);
+    std::uint32_t rights = mode & kAll;
+    if (overridesModes_) {
+        rights = R_OK | W_OK | (isDirectory || (mode & 0111U) != 0 ? X_OK : 0);
+    } else if (user_ == stat.stx_uid) {
+        rights = mode >> 6 & kAll;
+    } else if ((mode & S_IRWXG) != 0 && !S_ISLNK(mode) && mayHaveAcl(dirfd, name)) {
+        // Without a right in the group's bits, the mask of a list, the kernel looks at none either.
+        return askKernel(dirfd, name);
+    } else if (isInGroup(stat.stx_gid)) {
+        rights = mode >> 3 & kAll;
+    }
+    if (readsEverything_) rights |= isDirectory ? R_OK | X_OK : R_OK;
+    const bool isStored = S_ISREG(mode) || isDirectory || S_ISLNK(mode);
+    const bool isImmutable = (stat.stx_attributes & STATX_ATTR_IMMUTABLE) != 0;
+    if ((isReadOnly_ && isStored) || isImmutable) rights &= ~std::uint32_t{W_OK};
+    if (isNoExec_ && S_ISREG(mode)) rights &= ~std::uint32_t{X_OK};
+    return rights;
+}
+
+bool EffectiveAccess::isInGroup(std::uint32_t group) noexcept {
+    if (group == group_) return true;
+    // The objects of a directory mostly share one group.
+    if (askedGroup_ != group) {
+        askedGroup_ = group;
+        isInAskedGroup_ = ::group_member(group) != 0;
+    }
+    return isInAskedGroup_;
+}
+
+// Whether the kernel must be asked: all but the sure knowledge that there is no list.
+bool EffectiveAccess::mayHaveAcl(int dirfd, const char* name) noexcept {
+    if (hasNoAcls_) return false;
+    // The way through /proc works for every kernel and every kind of descriptor. Only the
+    // descriptor itself is a link that must be followed.
+    std::array<char, 32 + 256> path{};
+    const int length = std::snprintf(path.data(), path.size(), "/proc/self/fd/%d%s%s", dirfd,
+                                     *name == '\0' ? "" : "/", name);
+    if (length < 0 || static_cast<std::size_t>(length) >= path.size()) return true;
+    const ssize_t size = *name == '\0' ? ::getxattr(path.data(), kAccessAcl, nullptr, 0)
+                                       : ::lgetxattr(path.data(), kAccessAcl, nullptr, 0);
+    if (size >= 0) return true;
+    hasNoAcls_ = errno == EOPNOTSUPP;
+    return errno != ENODATA && errno != EOPNOTSUPP;
+}
+
+}  // namespace sevrin::platform
