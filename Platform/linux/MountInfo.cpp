@@ -90,7 +90,7 @@ std::vector<MountEntry> parseMountInfo(std::string_view text) {
 }
 
 std::vector<MountEntry> readMountInfo() {
-    const UniqueFd file(::open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC));
+    const UniqueFd file(::open("/proc/thread-self/mountinfo", O_RDONLY | O_CLOEXEC));
     if (!file) return {};
     std::string text;
     std::array<char, 16384> buffer;

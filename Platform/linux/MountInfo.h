@@ -25,7 +25,7 @@ struct MountEntry {
 // The entries of a mountinfo text in its order. Lines that are none are skipped.
 [[nodiscard]] std::vector<MountEntry> parseMountInfo(std::string_view text);
 
-// The table of this process; empty with errno when it cannot be read.
+// The table that the calling thread sees; empty with errno when it cannot be read.
 [[nodiscard]] std::vector<MountEntry> readMountInfo();
 
 // Whether a list between commas has `option`, by itself or with a value.
