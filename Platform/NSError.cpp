@@ -10,6 +10,7 @@
 #include "Platform/DeferredRelease.h"
 #include "Platform/DescriptionScope.h"
 #include "Platform/Format.h"
+#include "Platform/SafeDescription.h"
 
 namespace sevrin::platform {
 
@@ -105,8 +106,9 @@ std::string NSError::description() const {
             break;
         }
         const std::size_t before = text.size();
-        text.append(withoutExcess(key.description())).append("=");
-        text += withoutExcess(value.description());
+        appendSafeDescription(text, key);
+        text += '=';
+        appendSafeDescription(text, value);
         DescriptionScope::noteText(text.size() - before);
     }
     return text += '}';

@@ -16,6 +16,11 @@ NSException NSException::exceptionWithNameReasonUserInfo(std::string_view name,
                                                          std::move(userInfo)));
 }
 
+NSException NSException::exceptionForStandardException(const std::exception& error) {
+    if (const auto* own = dynamic_cast<const NSException*>(&error)) return *own;
+    return exceptionWithNameReasonUserInfo(NSGenericException, error.what());
+}
+
 NSException::NSException(ExceptionObjectPtr object) : object_(std::move(object)) {
     SEVRIN_ASSERT(object_ != nullptr, "the handle of an exception has one");
 }

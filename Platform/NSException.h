@@ -41,6 +41,10 @@ public:
         exceptionWithNameReasonUserInfo(name, stringWithFormat(format, arguments...)).raise();
     }
 
+    // The exception that was caught as a standard one: itself when it is of the platform, else a
+    // new one named NSGenericException whose reason is what the other says.
+    [[nodiscard]] static NSException exceptionForStandardException(const std::exception& error);
+
     // The handle of an exception that is at hand as an object, which may not be nullptr.
     explicit NSException(ExceptionObjectPtr object);
 

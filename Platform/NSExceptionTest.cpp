@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <stdexcept>
 #include <string>
 #include <type_traits>
 #include <utility>
@@ -160,6 +161,20 @@ TEST(NSExceptionTest, RaisingAgainKeepsWhereItWasRaisedFirst) {
 
     EXPECT_FALSE(first.empty());
     EXPECT_EQ(exception.callStackReturnAddresses(), first);
+}
+
+TEST(NSExceptionTest, AStandardExceptionBecomesOneOfThePlatform) {
+    const NSException exception =
+        NSException::exceptionForStandardException(std::runtime_error("out of order"));
+
+    EXPECT_EQ(exception.name(), NSGenericException);
+    EXPECT_EQ(exception.reason(), "out of order");
+}
+
+TEST(NSExceptionTest, OneOfThePlatformStaysItself) {
+    const NSException exception = exceptionNamed("IO");
+
+    EXPECT_TRUE(NSException::exceptionForStandardException(exception).isSame(exception));
 }
 
 TEST(NSExceptionTest, AnExceptionInAValueIsTheSame) {

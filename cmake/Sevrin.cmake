@@ -22,6 +22,9 @@ endif()
 option(SEVRIN_WERROR "Treat warnings as errors" ON)
 set(SEVRIN_SANITIZE "" CACHE STRING "Sanitizers for everything, e.g. address,undefined or thread")
 
+# Programs tell the dynamic linker their functions, so that the call stacks in the log have names.
+set(CMAKE_ENABLE_EXPORTS ON)
+
 # Frame pointers make capturing a call stack a walk along a list instead of an interpretation of tables.
 add_compile_options(-Wall -Wextra -Wconversion -Wshadow -fno-omit-frame-pointer)
 if(SEVRIN_WERROR)

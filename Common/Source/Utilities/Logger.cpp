@@ -115,7 +115,9 @@ NSDate Logger::reopenDate() {
 
 void Logger::flush() {}
 
-void Logger::reopen() {}
+void Logger::reopen() {
+    flushBacktraceCache();
+}
 
 void Logger::rotateLogKeeping(std::uint64_t) {}
 

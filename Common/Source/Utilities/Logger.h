@@ -17,17 +17,22 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "Common/Source/Utilities/Backtraces.h"
 #include "Common/Source/Utilities/LogClassification.h"
 #include "Common/Source/Utilities/LogLineIdentifier.h"
 #include "Common/Source/Utilities/ScratchText.h"
 #include "Platform/Format.h"
 #include "Platform/NSDate.h"
 #include "Platform/NSDateFormatter.h"
+#include "Platform/NSError.h"
+#include "Platform/NSException.h"
 #include "Platform/Value.h"
 
 namespace sevrin {
@@ -75,6 +80,41 @@ public:
                                                            const LogLineIdentifierPtr& line,
                                                            std::string_view message,
                                                            std::string_view key);
+
+    // The record of an exception: its reason, below it its name and its details, each at the
+    // classification that SVException has for it, and where it was raised. Without a classification
+    // the exception's preferred one. Logging an exception never throws, whatever it holds.
+    static LogLineIdentifierPtr logException(const platform::NSException& exception);
+    static LogLineIdentifierPtr logException(LogClassification classification,
+                                             const platform::NSException& exception);
+    static LogLineIdentifierPtr logInLineException(LogClassification classification,
+                                                   const LogLineIdentifierPtr& line,
+                                                   const platform::NSException& exception);
+
+    // The same unless the exception is the one that was logged last; then they give nullptr.
+    static LogLineIdentifierPtr logNewException(const platform::NSException& exception);
+    static LogLineIdentifierPtr logNewException(LogClassification classification,
+                                                const platform::NSException& exception);
+
+    // A message, and below it at Details the record of the exception if there is one (nullptr:
+    // none). Gives the message's line.
+    static LogLineIdentifierPtr logInLineMessageExceptionDetails(
+        LogClassification classification, const LogLineIdentifierPtr& line,
+        std::string_view message, const platform::NSException* exception);
+
+    // A message, else what the error says, and below it the record of the error. The second one at
+    // Debug.
+    static LogLineIdentifierPtr logMessageError(LogClassification classification,
+                                                const std::optional<std::string>& message,
+                                                const platform::NSErrorPtr& error);
+    static LogLineIdentifierPtr logDebugError(const platform::NSErrorPtr& error);
+
+    // A heading under which failures are grouped by their reason: the heading of `key`, in it one
+    // for the exception's reason, in that the records of the first 60 exceptions with this reason.
+    // Gives the heading of the reason; that of the key when there is no exception.
+    static LogLineIdentifierPtr logInLinePlaceholderForKeyByException(
+        LogClassification classification, const LogLineIdentifierPtr& line,
+        std::string_view message, std::string_view key, const platform::NSException* exception);
 
     // First and last record of a process, at Debug. `name` is the program's name and version.
     static LogLineIdentifierPtr logStartProcess(std::string_view name);
@@ -149,6 +189,21 @@ public:
                                         const LogLineIdentifierPtr& line,
                                         const platform::Dictionary& dictionary);
 
+    // Writes an exception: its reason on one line, in it the name, the details as a dictionary and,
+    // when it has been raised, the backtrace: in full the first time that this log shows it, by its
+    // tag afterwards. Preferred (-1) means the exception's preferred classification. Throws
+    // nothing.
+    virtual LogLineIdentifierPtr logMapInLineException(LogClassification classification,
+                                                       const LogClassificationMap* map,
+                                                       const LogLineIdentifierPtr& line,
+                                                       const platform::NSException& exception);
+
+    // Whether this is not the very exception that was logged last.
+    [[nodiscard]] virtual bool isNewException(const platform::NSException& exception) const;
+
+    // Has every backtrace shown in full once more.
+    virtual void flushBacktraceCache();
+
     // Writes bytes in rows of 64 under a head line. With a `tail` that is not 0, of long data only
     // the first and the last so many bytes (rounded up to whole rows).
     virtual void logInLineKeyDataTail(LogClassification classification,
@@ -172,7 +227,8 @@ public:
     // Forces what was written to where it lasts.
     virtual void flush();
 
-    // Closes and opens whatever lines go to.
+    // Closes and opens whatever lines go to. This class forgets the backtraces shown so far; those
+    // below call it when they are done.
     virtual void reopen();
 
     // Starts a new log, keeping so many old ones.
@@ -203,6 +259,8 @@ private:
     void finishLine(LogClassification classification, const LogLineIdentifier& newLine,
                     std::string_view message);
     static LoggerPtr chooseDefaultLogger();
+    void writeBacktrace(const LogLineIdentifierPtr& line,
+                        std::span<const std::uintptr_t> addresses);
 
     // Writes the message that `compose` puts into a std::string&; of a line that is not shown, only
     // the number is taken.
@@ -220,6 +278,15 @@ private:
 
     // Seconds since the reference date; minus infinity until asked for, and while reopening.
     std::atomic<double> reopenSeconds_;
+
+    BacktraceCache backtraces_;
+
+    // Which exception was logged last; never kept alive. Its own lock, held for nothing else.
+    mutable std::mutex lastExceptionLock_;
+    std::weak_ptr<const platform::ExceptionObject> lastException_;
 };
+
+// Logs at Debug how this place was reached, under "stack trace: LABEL".
+void LogStackTrace(const platform::Value& label);
 
 }  // namespace sevrin

@@ -70,7 +70,8 @@ void reportStandardLoggerFailure(Logger& logger, const std::exception& error) {
     if (dynamic_cast<NSLogLogger*>(&logger) == nullptr) return;
     logger.writeInLineMessage(LogClassification::Failure, nullptr,
                               "could not create standard logger; logging to console");
-    logger.writeInLineMessage(LogClassification::Failure, nullptr, error.what());
+    logger.logMapInLineException(LogClassification::Failure, nullptr, nullptr,
+                                 platform::NSException::exceptionForStandardException(error));
 }
 
 // Replaces the fallback, which serves until then, by the standard logger if that can be had.

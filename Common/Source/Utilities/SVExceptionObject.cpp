@@ -2,13 +2,13 @@
 #include "Common/Source/Utilities/SVExceptionObject.h"
 
 #include <charconv>
-#include <exception>
 #include <optional>
 #include <string_view>
 #include <utility>
 
 #include "Common/Source/Utilities/SVException.h"
 #include "Platform/DescriptionScope.h"
+#include "Platform/SafeDescription.h"
 #include "Platform/Text.h"
 
 namespace sevrin {
@@ -41,15 +41,6 @@ std::optional<std::int64_t> integerIn(const Value& value) {
         return number;
     }
     return std::nullopt;
-}
-
-// Objects describe themselves as they like; one that cannot must not take the others with it.
-std::string textOf(const Value& value) {
-    try {
-        return platform::withoutExcess(value.description());
-    } catch (const std::exception& error) {
-        return std::string("(no description: ") + error.what() + ")";
-    }
 }
 
 }  // namespace
@@ -100,9 +91,13 @@ std::string SVExceptionObject::description() const {
             break;
         }
         const std::size_t before = text.size();
-        const std::string valueText = textOf(value);
+        const std::string valueText = platform::safeDescription(value);
         const std::string_view quote = hasWhitespace(valueText) ? "'" : "";
-        text.append(textOf(key)).append("=").append(quote).append(valueText).append(quote);
+        text.append(platform::safeDescription(key))
+            .append("=")
+            .append(quote)
+            .append(valueText)
+            .append(quote);
         DescriptionScope::noteText(text.size() - before);
     }
     return text.append(" }");

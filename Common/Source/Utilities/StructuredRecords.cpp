@@ -2,6 +2,9 @@
 #include <algorithm>
 
 #include "Common/Source/Utilities/Logger.h"
+#include "Common/Source/Utilities/RecordExtent.h"
+#include "Platform/DescriptionScope.h"
+#include "Platform/SafeDescription.h"
 
 namespace sevrin {
 
@@ -39,18 +42,29 @@ void appendRow(std::string& text, std::string_view bytes, std::uint64_t offset) 
 LogLineIdentifierPtr Logger::writeInLineKeyValue(LogClassification classification,
                                                  const LogLineIdentifierPtr& line,
                                                  std::string_view key, const Value& value) {
+    const RecordExtent extent;
     const Dictionary* const dictionary = value.ifDictionary();
     const ValueArray* const elements = elementsOf(value);
-    if (dictionary == nullptr && elements == nullptr) {
-        return writeInLineFormat(classification, line, "%@: %@", key, value);
+    const bool isTree = dictionary != nullptr || elements != nullptr;
+    if (!isTree || RecordExtent::isTooDeep()) {
+        return writeComposed(classification, line, [&](std::string& message) {
+            message.append(key).append(": ");
+            platform::appendSafeDescription(message, value);
+            RecordExtent::noteLine(message.size());
+        });
     }
 
+    RecordExtent::noteLine(key.size());
     LogLineIdentifierPtr head = writeInLineFormat(classification, line, "%@:", key);
     if (dictionary != nullptr) {
         logMapInLineDictionary(classification, nullptr, head, *dictionary);
         return head;
     }
     for (std::size_t index = 0; index < elements->size(); ++index) {
+        if (RecordExtent::isFull()) {
+            writeInLineMessage(classification, head, platform::kEllipsis);
+            break;
+        }
         writeInLineKeyValue(classification, head, stringWithFormat("[%lu]", index),
                             (*elements)[index]);
     }
@@ -61,8 +75,13 @@ void Logger::logMapInLineDictionary(LogClassification classification,
                                     const LogClassificationMap* map,
                                     const LogLineIdentifierPtr& line,
                                     const Dictionary& dictionary) {
+    const RecordExtent extent;
     for (const auto& [key, value] : dictionary) {
-        std::string keyText = key.description();
+        if (RecordExtent::isFull()) {
+            writeInLineMessage(classification, line, platform::kEllipsis);
+            break;
+        }
+        std::string keyText = platform::safeDescription(key);
         LogClassification entryClassification = classification;
         if (map != nullptr) {
             const auto found = map->find(keyText);

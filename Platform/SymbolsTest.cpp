@@ -1,0 +1,71 @@
+// Tests of symbols: functions of the program and of a library, and addresses that are neither.
+#include "Platform/Symbols.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdint>
+#include <cstdlib>
+#include <vector>
+
+#include "Platform/CallStack.h"
+
+namespace sevrin::platform {
+
+// Not static: only functions that other files may call are known at run time.
+[[gnu::visibility("default")]] std::uintptr_t addressWithinNamedFunction();
+[[gnu::noinline]] std::uintptr_t addressWithinNamedFunction() {
+    std::array<std::uintptr_t, 1> address{};
+    [&]() __attribute__((noinline)) {
+        static_cast<void>(captureCallStack(address));
+    }
+    ();
+    return address[0];
+}
+
+namespace {
+
+using testing::EndsWith;
+using testing::HasSubstr;
+
+TEST(SymbolsTest, AFunctionOfTheProgramIsNamed) {
+    const std::uintptr_t place = addressWithinNamedFunction();
+
+    const std::optional<Symbol> symbol = findSymbol(place);
+
+    ASSERT_TRUE(symbol);
+    EXPECT_THAT(symbol->name, HasSubstr("addressWithinNamedFunction"));
+    EXPECT_EQ(symbol->address, reinterpret_cast<std::uintptr_t>(&addressWithinNamedFunction));
+    EXPECT_THAT(symbol->imagePath, HasSubstr("PlatformTests"));
+    EXPECT_LT(symbol->imageBase, place);
+}
+
+TEST(SymbolsTest, AFunctionOfALibraryIsNamed) {
+    const auto place = reinterpret_cast<std::uintptr_t>(&std::strtol) + 1;
+
+    const std::optional<Symbol> symbol = findSymbol(place);
+
+    ASSERT_TRUE(symbol);
+    EXPECT_THAT(symbol->name, HasSubstr("strtol"));
+    EXPECT_THAT(symbol->imagePath, HasSubstr(".so"));
+}
+
+TEST(SymbolsTest, WhatAFunctionReturnsToIsTheFunctionBefore) {
+    const auto start = reinterpret_cast<std::uintptr_t>(&addressWithinNamedFunction);
+
+    const std::optional<Symbol> symbol = findSymbol(start);
+
+    EXPECT_TRUE(!symbol || symbol->address != start);
+}
+
+TEST(SymbolsTest, WhatIsNoCodeIsNotFound) {
+    const std::vector<char> memory(1024 * 1024);
+
+    EXPECT_FALSE(findSymbol(0));
+    EXPECT_FALSE(findSymbol(1));
+    EXPECT_FALSE(findSymbol(reinterpret_cast<std::uintptr_t>(memory.data()) + 512));
+}
+
+}  // namespace
+}  // namespace sevrin::platform
