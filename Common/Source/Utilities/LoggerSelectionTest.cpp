@@ -105,6 +105,19 @@ TEST_F(LoggerSelectionTest, RootWouldRatherBeSilent) {
     EXPECT_THAT(LoggerRegistry::fallbackLoggers(false), ElementsAre("NSLogLogger", "NullLogger"));
 }
 
+TEST_F(LoggerSelectionTest, RootHasTheConsoleAllTheSameUntilTheStandardLoggerIsMade) {
+    if (::geteuid() != 0) GTEST_SKIP() << "only root would rather be silent";
+    const auto standard = std::make_shared<TestLogger>();
+    const ScopedFactory factory(kStandardLogger, [&] {
+        Logger::logMessage(LogClassification::Minutia, "making one");
+        return standard;
+    });
+
+    EXPECT_EQ(Logger::defaultLogger(), standard);
+
+    EXPECT_THAT(console_->lines, ElementsAre("(Minutia) making one"));
+}
+
 TEST_F(LoggerSelectionTest, TheFirstCandidateThatExistsIsTaken) {
     const auto silent = std::make_shared<TestLogger>();
     const ScopedFactory factory("NullLogger", [&] { return silent; });
