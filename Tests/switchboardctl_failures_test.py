@@ -4,6 +4,7 @@ The servers that misbehave are sockets of the test's own, spoken to in bytes as 
 """
 
 import os
+import shutil
 import signal
 import socket
 import struct
@@ -12,7 +13,7 @@ import threading
 import unittest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "Support"))
-from programs import IS_ROOT, NOBODY, SERVICE, USER, ProgramTest  # noqa: E402
+from programs import IS_ROOT, NOBODY, SERVICE, USER, Child, ProgramTest  # noqa: E402
 
 NEXT_STEP = "Try: systemctl --user start switchboard"
 VERBS = {"version": [], "build": [], "ping": [], "publish": ["a"], "query": ["a"], "call": ["a", "version"],
@@ -47,6 +48,28 @@ class NoSwitchboardTest(ProgramTest):
 
     def test_without_a_session_a_folder_is_named_all_the_same(self):
         self.assertFails(self.ctl("version", SEVRIN_BOOTSTRAP_DIR=None, XDG_RUNTIME_DIR=None), 3, SERVICE, "sevrin")
+
+    def test_a_session_whose_folder_is_no_absolute_path_is_none(self):
+        unset = self.ctl("version", SEVRIN_BOOTSTRAP_DIR=None, XDG_RUNTIME_DIR=None).errors
+        for folder in ("run", "./run", "~/run", ""):
+            with self.subTest(folder=folder):
+                outcome = self.ctl("version", SEVRIN_BOOTSTRAP_DIR=None, XDG_RUNTIME_DIR=folder)
+                self.assertFails(outcome, 3, unset)
+
+    @unittest.skipUnless(IS_ROOT, "only root starts a switchboard of a user who has none")
+    def test_without_a_session_both_sides_meet_in_a_private_folder(self):
+        user = 61_000 + os.getpid() % 4_000
+        folder = f"/tmp/sevrin-{user}"
+        self.addCleanup(shutil.rmtree, folder, ignore_errors=True)
+        os.chown(self.folder, user, -1)
+        environment = {"SEVRIN_BOOTSTRAP_DIR": None, "XDG_RUNTIME_DIR": None}
+        service = Child([self.programs.switchboard], user, self.environment(**environment))
+        self.addCleanup(service.end)
+        self.wait_until_answered(service, lambda: self.ctl("version", user=user, **environment))
+        status = os.stat(folder)
+        self.assertEqual((status.st_uid, status.st_mode & 0o777), (user, 0o700))
+        name = f"com.sevrin.switchboard.{user}"
+        self.assertEqual(set(os.listdir(folder)), {name, f"{name}.lock"})
 
     def test_a_folder_that_others_may_write_to_is_not_trusted(self):
         self.start_switchboard()

@@ -142,11 +142,15 @@ class ProgramTest(unittest.TestCase):
         """The service, as soon as it answers."""
         service = self.start(self.programs.switchboard, *arguments, user=user)
         scope = ["--system"] if arguments else []
+        self.wait_until_answered(service, lambda: self.ctl("version", *scope, user=user))
+        return service
+
+    def wait_until_answered(self, service, ask):
+        """Asks until the outcome is an answer of the service."""
         deadline = time.monotonic() + PATIENCE
-        while self.ctl("version", *scope, user=user).status != 0:
+        while ask().status != 0:
             self.assertIsNone(service.process.poll(), "the switchboard has ended")
             self.assertLess(time.monotonic(), deadline, "the switchboard does not answer")
-        return service
 
     def kill_switchboard(self, service):
         service.signal(signal.SIGKILL)
