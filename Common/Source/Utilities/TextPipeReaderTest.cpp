@@ -67,6 +67,19 @@ void keepChunksApart(TextPipeReader& reader) {
     ASSERT_EQ(::fcntl(writingEnd, F_SETFL, O_DIRECT), 0);
 }
 
+std::size_t openDescriptors() {
+    return static_cast<std::size_t>(
+        std::distance(std::filesystem::directory_iterator("/dev/fd/"), {}));
+}
+
+// Whether so many are open in the end: a block whose reader is gone ends when it ends.
+bool descriptorsBecome(std::size_t number) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (openDescriptors() != number && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::yield();
+    return openDescriptors() == number;
+}
+
 TEST(TextPipeReaderTest, BlankLinesAreLeftOut) {
     EXPECT_THAT(linesOf("a\n\n  \nb\n"), ElementsAre("a", "b"));
     EXPECT_THAT(linesOf("\n\n\t\n \t \n"), IsEmpty());
@@ -262,6 +275,8 @@ TEST(TextPipeReaderTest, AChildThatClosesItsOutputAndLivesOnKeepsNobodyWaiting) 
 }
 
 TEST(TextPipeReaderTest, AReaderThatIsGoneStillEmptiesThePipe) {
+    EXPECT_THAT(linesOf(""), IsEmpty());  // What the queue keeps is open from here on.
+    const std::size_t before = openDescriptors();
     std::unique_ptr<NSTask> task;
     {
         TextPipeReader reader;
@@ -273,11 +288,8 @@ TEST(TextPipeReaderTest, AReaderThatIsGoneStillEmptiesThePipe) {
 
     EXPECT_EQ(task->terminationReason(), NSTask::TerminationReason::Exit);
     EXPECT_EQ(task->terminationStatus(), 0);
-}
-
-std::size_t openDescriptors() {
-    return static_cast<std::size_t>(
-        std::distance(std::filesystem::directory_iterator("/dev/fd/"), {}));
+    task.reset();  // It has the pipe, too.
+    EXPECT_TRUE(descriptorsBecome(before));
 }
 
 TEST(TextPipeReaderTest, NeitherDescriptorsNorZombiesAreLeft) {
@@ -316,11 +328,7 @@ TEST(TextPipeReaderTest, AReaderThatGoesWithItsPipeUnusedLeavesNothingReading) {
         reader.startReading();
     }
 
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (openDescriptors() > before && std::chrono::steady_clock::now() < deadline)
-        std::this_thread::yield();
-
-    EXPECT_EQ(openDescriptors(), before);
+    EXPECT_TRUE(descriptorsBecome(before));
 }
 
 TEST(TextPipeReaderDeathTest, StartingTwiceIsABug) {
