@@ -11,7 +11,9 @@
 
 #include "Common/Source/Utilities/NSLogLogger.h"
 #include "Common/Source/Utilities/TestLogger.h"
+#include "Common/Source/Utilities/TextPipeReader.h"
 #include "Platform/NSProcessInfo.h"
+#include "Platform/NSTask.h"
 
 namespace sevrin {
 namespace {
@@ -20,6 +22,7 @@ using platform::NSProcessInfo;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::MatchesRegex;
+using testing::StartsWith;
 
 constexpr const char* kName = "Switchboard-2.2.5.12";
 
@@ -126,6 +129,22 @@ TEST_F(ProcessRecordsTest, EveryArgumentIsAChildOfTheArgumentsByItsIndex) {
         EXPECT_EQ(record[9 + i], "0.8." + std::to_string(i + 1) + " 9 [" + std::to_string(i) +
                                      "]: " + arguments[i]);
     }
+}
+
+TEST_F(ProcessRecordsTest, AProgramWithoutArgumentsHasItsPathAsTheOnlyOne) {
+    platform::NSTask task;
+    TextPipeReader reader;
+    task.setLaunchPath(PROCESS_TEST_HELPER);
+    task.setStandardOutput(reader.pipe());
+    task.launch();
+    reader.startReading();
+    const std::vector<std::string> lines = reader.lines().value();
+
+    ASSERT_GE(lines.size(), 3U);
+    EXPECT_THAT(lines[0], StartsWith("9 started helper-1 ["));
+    EXPECT_THAT(lines[1], StartsWith("9 id: process-test-helper ["));
+    EXPECT_THAT(lines[lines.size() - 2], StartsWith("9 args:"));
+    EXPECT_THAT(lines.back(), StartsWith("9 [0]: " PROCESS_TEST_HELPER " ["));
 }
 
 TEST_F(ProcessRecordsTest, AFolderThatIsGoneIsAnEmptyOne) {

@@ -2,8 +2,10 @@
 // later gives the lines.
 //
 // Reading happens on a background queue, from startReading() on, so the child never waits for room
-// in the pipe. It goes on to the end of the output, also when the reader is gone. Set up and
-// started by one thread; lines() may be called on any.
+// in the pipe. It goes on to the end of the output, also when the reader is gone, and holds one of
+// the queue's few threads meanwhile (Platform/DispatchQueue.h): a child that keeps its output open
+// for good wants a thread of its own to read it instead. Set up and started by one thread; lines()
+// may be called on any.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,7 @@
-// For tests only: a program that says who it runs as and changes it, to be run set-user-id.
+// For tests only: a program that says what it is and who it runs as, and changes that; to be run
+// set-user-id.
 //
+//   process-test-helper                             writes its start record
 //   process-test-helper as USER PROGRAM [WORD...]   becomes that user and group, then runs PROGRAM
 //   process-test-helper WORD...                     does each in turn, and writes a line for each:
 //
@@ -12,10 +14,12 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <string>
 #include <string_view>
 
 #include "Common/Source/Utilities/Process.h"
+#include "Common/Source/Utilities/TestLogger.h"
 
 namespace sevrin {
 namespace {
@@ -49,6 +53,14 @@ std::string perform(std::string_view word) {
     return "no such word";
 }
 
+void writeStartRecord() {
+    const auto logger = std::make_shared<TestLogger>();
+    const ScopedDefaultLogger installed(logger);
+    Logger::logStartProcess("helper-1");
+    for (const std::string& line : logger->lines())
+        std::printf("%s\n", line.c_str());
+}
+
 int runAs(uid_t user, char** words) {
     const bool isDone = ::setgroups(0, nullptr) == 0 && ::setresgid(user, user, user) == 0 &&
                         ::setresuid(user, user, user) == 0;
@@ -65,6 +77,7 @@ int main(int count, char** words) {
         const auto user = static_cast<uid_t>(std::strtoul(words[2], nullptr, 10));
         return sevrin::runAs(user, words + 3);
     }
+    if (count == 1) sevrin::writeStartRecord();
     for (int i = 1; i < count; ++i)
         std::printf("%s\n", sevrin::perform(words[i]).c_str());
     std::fflush(stdout);
