@@ -4,13 +4,12 @@ Root alone can start these. Where switchboardctl would not go so far, a connecti
 """
 
 import os
-import socket
 import sys
 import unittest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "Support"))
 from programs import IS_ROOT, NOBODY, SYSTEM_SERVICE, ProgramTest  # noqa: E402
-from wire import Connection  # noqa: E402
+from wire import Connection, listen  # noqa: E402
 
 CLOCK = "com.example.clock"
 ROOT, ALICE, BOB, STRANGER = 0, NOBODY, NOBODY - 1, NOBODY - 2
@@ -36,15 +35,9 @@ class SeveralUsersTest(ProgramTest):
 
     def endpoint(self):
         """Of a listener in this process."""
-        path = os.path.join(self.folder, "listener")
-        listener = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+        listener, descriptor = listen(self.folder)
         self.addCleanup(listener.close)
-        listener.bind(path)
-        os.chmod(path, 0o666)
-        listener.listen()
-        descriptor = os.open(path, os.O_PATH | os.O_NOFOLLOW)
         self.addCleanup(os.close, descriptor)
-        os.unlink(path)
         return descriptor
 
     def start_monitor(self, user, name):

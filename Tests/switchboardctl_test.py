@@ -11,6 +11,7 @@ import unittest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "Support"))
 from programs import IS_ROOT, NOBODY, SERVICE, USER, ProgramTest  # noqa: E402
+from wire import Connection, listen  # noqa: E402
 
 CLOCK = "com.example.clock"
 
@@ -101,6 +102,31 @@ class PublisherTest(Served):
     def test_call_does_not_wait_for_ever(self):
         self.publish(CLOCK).signal(signal.SIGSTOP)
         self.assertFails(self.ctl("call", CLOCK, "version", "--timeout=200ms"), 124, f"the publisher of {CLOCK}")
+
+    def test_an_endpoint_leads_to_its_publisher_when_the_switchboard_is_gone(self):
+        self.publish(CLOCK, "--component-version=Clock-1.0")
+        connection = Connection(os.path.join(self.bootstrap, SERVICE), USER)
+        self.addCleanup(connection.socket.close)
+        [endpoint] = connection.ask("queryEndpointForIdentifier:withReply:", CLOCK)
+        self.addCleanup(os.close, endpoint)
+        self.kill_switchboard(self.service)
+        publisher = Connection(f"/proc/self/fd/{endpoint}", os.geteuid())
+        self.addCleanup(publisher.socket.close)
+        self.assertEqual(publisher.ask("queryComponentVersionWithReply:"), ["Clock-1.0"])
+
+    def test_a_publisher_that_listens_no_more_is_known_at_once(self):
+        connection = Connection(os.path.join(self.bootstrap, SERVICE), USER)
+        self.addCleanup(connection.socket.close)
+        listener, endpoint = listen(self.folder)
+        self.addCleanup(os.close, endpoint)
+        connection.publish(endpoint, CLOCK)
+        connection.wait_until_handled()
+        listener.close()
+        # The deadline is further away than the test is patient.
+        self.assertFails(self.ctl("query", CLOCK, "--timeout=10m"), 1,
+                         f"{CLOCK}: its publisher does not listen any more")
+        self.assertFails(self.ctl("call", CLOCK, "version", "--timeout=10m"), 1,
+                         f"the publisher of {CLOCK}: nobody listens as the publisher of that endpoint")
 
     def test_an_interrupted_publisher_withdraws_and_says_so(self):
         publisher = self.publish(CLOCK)

@@ -13,7 +13,7 @@ import client  # noqa: E402
 from client import ENDPOINT_TAG, GREETING, GREETING_BODY, HEADER, MESSAGE, REPLY, REQUEST, cbor2  # noqa: E402
 
 __all__ = ["ENDPOINT_TAG", "GREETING", "GREETING_BODY", "HEADER", "MESSAGE", "REPLY", "REQUEST", "Connection",
-           "acting_as", "cbor2", "frame", "message"]
+           "acting_as", "cbor2", "frame", "listen", "message"]
 
 
 @contextlib.contextmanager
@@ -37,6 +37,18 @@ def frame(kind, body, serial=0, descriptors=0):
 
 def message(selector, *arguments, descriptors=0):
     return frame(MESSAGE, [selector, *arguments], descriptors=descriptors)
+
+
+def listen(folder):
+    """A listener that everybody may connect to who holds its endpoint: the listening socket and the path descriptor."""
+    path = os.path.join(folder, "listener")
+    listener = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+    listener.bind(path)
+    os.chmod(path, 0o666)
+    listener.listen()
+    descriptor = os.open(path, os.O_PATH | os.O_NOFOLLOW)
+    os.unlink(path)
+    return listener, descriptor
 
 
 class Connection(client.Connection):
