@@ -43,6 +43,10 @@ void SequentialEncoder::encodeUnsignedInt32(std::uint32_t number) {
     values_.emplace_back(number);
 }
 
+void SequentialEncoder::encodeBytes(std::string_view bytes) {
+    values_.emplace_back(Data{std::string(bytes)});
+}
+
 SequentialDecoder::SequentialDecoder(std::vector<Value> values) : values_(std::move(values)) {}
 
 Value SequentialDecoder::decodeObject() {
@@ -66,6 +70,12 @@ std::uint32_t SequentialDecoder::decodeUnsignedInt32() {
         throw std::runtime_error("expected an unsigned 32-bit number in the sequence");
     }
     return static_cast<std::uint32_t>(*number);
+}
+
+std::string_view SequentialDecoder::decodeBytes() {
+    const Data* const data = takeNext().ifData();
+    if (data == nullptr) throw std::runtime_error("expected bytes in the sequence");
+    return data->bytes;
 }
 
 const Value& SequentialDecoder::takeNext() {

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 #include <vector>
 
 #include "Platform/NSCoder.h"
@@ -24,6 +25,7 @@ public:
     // std::length_error beyond kSequentialDepthMax.
     void encodeObject(const Value& object) override;
     void encodeUnsignedInt32(std::uint32_t number) override;
+    void encodeBytes(std::string_view bytes) override;
 
     // All that was written so far.
     [[nodiscard]] const std::vector<Value>& values() const { return values_; }
@@ -39,11 +41,12 @@ public:
 
     [[nodiscard]] bool allowsKeyedCoding() const override { return false; }
 
-    // Both throw std::runtime_error when the next value is missing or is not what was asked for;
+    // All throw std::runtime_error when the next value is missing or is not what was asked for;
     // decodeObject() also for a class that is unknown or cannot be archived, and beyond
     // kSequentialDepthMax.
     [[nodiscard]] Value decodeObject() override;
     [[nodiscard]] std::uint32_t decodeUnsignedInt32() override;
+    [[nodiscard]] std::string_view decodeBytes() override;
 
 private:
     const Value& takeNext();

@@ -75,6 +75,22 @@ TEST(SequentialCoderTest, ADecoderGivesBackWhatWasEncoded) {
     EXPECT_FALSE(decoded->before()->before());
 }
 
+TEST(SequentialCoderTest, BytesAreGivenBackAsTheyWere) {
+    const std::string_view bytes("a\0b\xFF", 4);
+    SequentialEncoder encoder;
+
+    encoder.encodeBytes(bytes);
+
+    SequentialDecoder decoder(encoder.values());
+    EXPECT_EQ(decoder.decodeBytes(), bytes);
+}
+
+TEST(SequentialCoderTest, TextIsNotTakenForBytes) {
+    SequentialDecoder decoder({"text"});
+
+    EXPECT_THROW(static_cast<void>(decoder.decodeBytes()), std::runtime_error);
+}
+
 TEST(SequentialCoderTest, TheDeepestChainAllowedIsCoded) {
     SequentialEncoder encoder;
     encoder.encodeObject(chainOf(kSequentialDepthMax));
