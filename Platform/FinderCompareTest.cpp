@@ -114,7 +114,7 @@ TEST(FinderCompareTest, TheKeysDecideAsTheNamesDo) {
     std::vector<std::string> names = namesOf(printableCharacters(), 4, 300);
     for (const auto& more : {namesOf(kAlikePieces, 30, 300), namesOf(kForeignPieces, 5, 100)})
         names.insert(names.end(), more.begin(), more.end());
-    for (const std::size_t size : {61, 62, 63, 64, 200})
+    for (const std::size_t size : {61U, 62U, 63U, 64U, 200U})
         names.push_back("a" + std::string(size, '7'));
 
     for (const std::string& left : names) {

@@ -6,6 +6,7 @@
 #include <optional>
 #include <utility>
 
+#include "Platform/PosixError.h"
 #include "Platform/ResourceValues.h"
 
 namespace sevrin::platform {
@@ -52,11 +53,6 @@ std::optional<std::string> withoutEscapes(std::string_view text) {
 }
 
 }  // namespace
-
-NSErrorPtr posixError(int number, std::string_view path) {
-    return NSError::errorWithDomainCodeUserInfo(NSPOSIXErrorDomain, number,
-                                                Dictionary{{NSFilePathErrorKey, path}});
-}
 
 NSURLPtr NSURL::fileURLWithPath(std::string_view path) {
     return std::make_shared<NSURL>(Passkey{}, std::string(path));

@@ -28,9 +28,6 @@ inline constexpr std::string_view NSURLIsPackageKey = "NSURLIsPackageKey";
 // An opaque object, equal for items of one mounted volume.
 inline constexpr std::string_view NSURLVolumeIdentifierKey = "NSURLVolumeIdentifierKey";
 
-// The POSIX error of a failed call on the item at `path`, which stands in its user info.
-[[nodiscard]] NSErrorPtr posixError(int number, std::string_view path);
-
 class NSURL;
 using NSURLPtr = std::shared_ptr<NSURL>;
 
