@@ -4,8 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <stdexcept>
 #include <utility>
+
+#include "Platform/NSException.h"
 
 namespace sevrin::platform {
 namespace {
@@ -88,7 +89,7 @@ TEST(SequentialCoderTest, BytesAreGivenBackAsTheyWere) {
 TEST(SequentialCoderTest, TextIsNotTakenForBytes) {
     SequentialDecoder decoder({"text"});
 
-    EXPECT_THROW(static_cast<void>(decoder.decodeBytes()), std::runtime_error);
+    EXPECT_THROW(static_cast<void>(decoder.decodeBytes()), NSException);
 }
 
 TEST(SequentialCoderTest, TheDeepestChainAllowedIsCoded) {
@@ -103,43 +104,107 @@ TEST(SequentialCoderTest, TheDeepestChainAllowedIsCoded) {
 TEST(SequentialCoderTest, AChainOneDeeperIsRefusedByTheEncoder) {
     SequentialEncoder encoder;
 
-    EXPECT_THROW(encoder.encodeObject(chainOf(kSequentialDepthMax + 1)), std::length_error);
+    EXPECT_THROW(encoder.encodeObject(chainOf(kSequentialDepthMax + 1)), NSException);
 }
 
 TEST(SequentialCoderTest, AChainOneDeeperIsRefusedByTheDecoder) {
     SequentialDecoder decoder(std::vector<Value>(kSequentialDepthMax + 1, kLinkName));
 
-    EXPECT_THROW(static_cast<void>(decoder.decodeObject()), std::runtime_error);
+    EXPECT_THROW(static_cast<void>(decoder.decodeObject()), NSException);
 }
 
 TEST(SequentialCoderTest, ReadingBeyondTheEndThrows) {
     SequentialDecoder decoder({});
 
-    EXPECT_THROW(static_cast<void>(decoder.decodeObject()), std::runtime_error);
-    EXPECT_THROW(static_cast<void>(decoder.decodeUnsignedInt32()), std::runtime_error);
+    EXPECT_THROW(static_cast<void>(decoder.decodeObject()), NSException);
+    EXPECT_THROW(static_cast<void>(decoder.decodeUnsignedInt32()), NSException);
 }
 
 TEST(SequentialCoderTest, AClassThatNobodyRegisteredThrows) {
     SequentialDecoder decoder({"NoSuchClass"});
 
-    EXPECT_THROW(static_cast<void>(decoder.decodeObject()), std::runtime_error);
+    EXPECT_THROW(static_cast<void>(decoder.decodeObject()), NSException);
 }
 
 TEST(SequentialCoderTest, AClassThatCannotBeArchivedThrows) {
     SequentialDecoder decoder({Object::classObject().name()});
 
-    EXPECT_THROW(static_cast<void>(decoder.decodeObject()), std::runtime_error);
+    EXPECT_THROW(static_cast<void>(decoder.decodeObject()), NSException);
 }
 
 TEST(SequentialCoderTest, AValueOfAnotherKindThrows) {
     SequentialDecoder numberForObject({1});
-    EXPECT_THROW(static_cast<void>(numberForObject.decodeObject()), std::runtime_error);
+    EXPECT_THROW(static_cast<void>(numberForObject.decodeObject()), NSException);
 
     SequentialDecoder objectForNumber({nullptr});
-    EXPECT_THROW(static_cast<void>(objectForNumber.decodeUnsignedInt32()), std::runtime_error);
+    EXPECT_THROW(static_cast<void>(objectForNumber.decodeUnsignedInt32()), NSException);
 
     SequentialDecoder tooLarge({std::uint64_t{1} << 32});
-    EXPECT_THROW(static_cast<void>(tooLarge.decodeUnsignedInt32()), std::runtime_error);
+    EXPECT_THROW(static_cast<void>(tooLarge.decodeUnsignedInt32()), NSException);
+}
+
+TEST(SequentialCoderTest, ValuesOfEveryKindAreObjectsToo) {
+    const auto line = chainOf(1);
+    const Value value = Dictionary{{"numbers", ValueArray{1, true, 0.5, UINT64_MAX, -1}},
+                                   {7, Set({"a", "b"})},
+                                   {"data", Data{"x"}},
+                                   {"date", NSDate::dateWithTimeIntervalSinceReferenceDate(1.5)},
+                                   {"nothing", nullptr},
+                                   {"object", line}};
+    SequentialEncoder encoder;
+    encoder.encodeObject(value);
+    encoder.encodeBytes("behind");
+
+    SequentialDecoder decoder(encoder.values());
+    const Value decoded = decoder.decodeObject();
+
+    ASSERT_TRUE(decoded.ifDictionary());
+    ASSERT_TRUE(decoded.ifDictionary()->find("object"));
+    EXPECT_TRUE(decoded.ifDictionary()->find("object")->object<Link>());
+    Dictionary expected = *value.ifDictionary();
+    expected.set("object", *decoded.ifDictionary()->find("object"));
+    EXPECT_EQ(decoded, Value(expected));
+    EXPECT_EQ(decoder.decodeBytes(), "behind");
+}
+
+TEST(SequentialCoderTest, MembersThatAreNotThereAreRefusedBeforeAnyIsRead) {
+    SequentialDecoder array({"NSArray", 4'294'967'295});
+    EXPECT_THROW(static_cast<void>(array.decodeObject()), NSException);
+
+    SequentialDecoder dictionary({"NSDictionary", 2, nullptr, nullptr, nullptr});
+    EXPECT_THROW(static_cast<void>(dictionary.decodeObject()), NSException);
+}
+
+TEST(SequentialCoderTest, ADictionaryWithAKeyTwiceIsRefused) {
+    SequentialDecoder decoder({"NSDictionary", 2, nullptr, nullptr, nullptr, nullptr});
+
+    EXPECT_THROW(static_cast<void>(decoder.decodeObject()), NSException);
+}
+
+TEST(SequentialCoderTest, AClassAndAContentThatDisagreeAreRefused) {
+    SequentialDecoder number({"NSNumber", "7"});
+    EXPECT_THROW(static_cast<void>(number.decodeObject()), NSException);
+
+    SequentialDecoder text({"NSString", 7});
+    EXPECT_THROW(static_cast<void>(text.decodeObject()), NSException);
+
+    SequentialDecoder bytes({"text"});
+    EXPECT_THROW(static_cast<void>(bytes.decodeBytes()), NSException);
+}
+
+TEST(SequentialCoderTest, ARefusalIsTheUnarchiversAndNamesThePlace) {
+    SequentialDecoder decoder({nullptr, "NoSuchClass"});
+    static_cast<void>(decoder.decodeObject());
+
+    try {
+        static_cast<void>(decoder.decodeObject());
+        FAIL() << "an unknown class was decoded";
+    } catch (const NSException& exception) {
+        EXPECT_EQ(exception.name(), NSInvalidUnarchiveOperationException);
+        EXPECT_EQ(exception.reason(),
+                  "*** -[NSCoder decodeObject]: cannot decode object of class (NoSuchClass) at "
+                  "value 2 of the sequence");
+    }
 }
 
 TEST(SequentialCoderDeathTest, TheKeyedCallsAreRefusedAsABug) {

@@ -40,8 +40,8 @@ public:
     // leading one, give a component 0; a final one gives nothing.
     [[nodiscard]] static LogLineIdentifierPtr logLineIdentifierFromString(std::string_view text);
 
-    // Reads what encodeWithCoder() wrote. Throws what the coder throws, and std::runtime_error when
-    // the parent is no identifier.
+    // Reads what encodeWithCoder() wrote. Throws what the coder throws, also when the parent is no
+    // identifier.
     [[nodiscard]] static LogLineIdentifierPtr initWithCoder(platform::NSCoder& coder);
     [[nodiscard]] static constexpr bool supportsSecureCoding() { return true; }
     [[nodiscard]] static platform::Class& classObject();

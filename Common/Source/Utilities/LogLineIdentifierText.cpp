@@ -1,6 +1,5 @@
 // An identifier as text and as an archive, in both directions.
 #include <charconv>
-#include <stdexcept>
 #include <utility>
 
 #include "Common/Source/Utilities/LogLineIdentifier.h"
@@ -160,7 +159,7 @@ LogLineIdentifierPtr LogLineIdentifier::initWithCoder(NSCoder& coder) {
                                    : coder.decodeUnsignedInt32();
 
     auto enclosing = std::dynamic_pointer_cast<LogLineIdentifier>(parent);
-    if (parent && !enclosing) throw std::runtime_error("a log line lies in something else");
+    if (parent && !enclosing) coder.failDecoding("a log line lies in something else");
     const LogLineIdentifierPtr identifier = initExtendingWithID(std::move(enclosing), sequence);
     identifier->classifications_ = static_cast<std::uint16_t>(classmap);
     identifier->subsequence_ = subsequence;

@@ -1,0 +1,351 @@
+// Reading: following references along a stack, so that every object finds those below it complete.
+// What is made of each object is next door, and so are the calls that objects make.
+#include "Platform/NSKeyedUnarchiver.h"
+
+#include <algorithm>
+#include <new>
+
+#include "Platform/Assertion.h"
+#include "Platform/Format.h"
+#include "Platform/NSError.h"
+#include "Platform/NSException.h"
+#include "Platform/NSKeyedArchiver.h"
+#include "Platform/NSLog.h"
+
+namespace sevrin::platform {
+
+namespace {
+
+constexpr std::string_view kInit = "*** -[NSKeyedUnarchiver initForReadingWithData:]:";
+constexpr std::string_view kNullMarker = "$null";
+
+// Bytes that the message of an archive that is none shows.
+constexpr std::size_t kBytesShown = 8;
+
+// Objects that fail but that nobody asks for are forgiven up to this number, so that remembering
+// them costs no more than the archive.
+constexpr std::size_t kFailuresMax = 100;
+
+// Text and data up to this size are copied for every object that has them, longer ones shared.
+constexpr std::size_t kCopiedBytesMax = 15;
+
+[[noreturn]] void raiseIncomprehensible(std::string_view data, std::string_view reason) {
+    std::string shown;
+    for (const char byte : data.substr(0, kBytesShown)) {
+        if (!shown.empty()) shown += ", ";
+        shown +=
+            stringWithFormat("0x%x", static_cast<std::int32_t>(static_cast<signed char>(byte)));
+    }
+    NSException::raiseFormat(NSInvalidArgumentException, "%@ incomprehensible archive (%@): %@",
+                             kInit, shown, reason);
+}
+
+// What is wrong with the outermost dictionary; empty when nothing is.
+std::string_view outerFault(const BinaryPropertyList& list) {
+    using Kind = BinaryPropertyList::Kind;
+    const auto top = list.top();
+    if (list.kind(top) != Kind::Dictionary) return "the top object is no dictionary";
+    const auto archiver = list.find(top, "$archiver");
+    if (!archiver || list.kind(*archiver) != Kind::String ||
+        !list.stringEquals(*archiver, kKeyedArchiverName)) {
+        return "$archiver is not NSKeyedArchiver";
+    }
+    const auto version = list.find(top, "$version");
+    if (!version || list.kind(*version) != Kind::Integer ||
+        list.integer(*version) != Value(kKeyedArchiveVersion)) {
+        return "$version is not 100000";
+    }
+    const auto outer = list.find(top, "$top");
+    if (!outer || list.kind(*outer) != Kind::Dictionary) return "$top is no dictionary";
+    const auto objects = list.find(top, "$objects");
+    if (!objects || list.kind(*objects) != Kind::Array) return "$objects is no array";
+    if (list.size(*objects) == 0) return "$objects is empty";
+    const auto first = list.element(*objects, 0);
+    if (list.kind(first) != Kind::String || !list.stringEquals(first, kNullMarker)) {
+        return "$objects does not begin with $null";
+    }
+    return {};
+}
+
+}  // namespace
+
+Value NSKeyedUnarchiver::unarchiveObjectWithData(std::string_view data) {
+    // Classes whose only mention may be in the archive.
+    static_cast<void>(ExceptionObject::classObject());
+    static_cast<void>(NSError::classObject());
+
+    if (data.empty()) {
+        NSLog("%@ data is %@", kInit,
+              data.data() == nullptr ? "NULL"
+                                     : "empty; did you forget to send -finishEncoding to the "
+                                       "NSKeyedArchiver?");
+        return {};
+    }
+    std::optional<BinaryPropertyList> list;
+    try {
+        list.emplace(data);
+    } catch (const PropertyListError& error) {
+        raiseIncomprehensible(data, error.what());
+    }
+    if (const std::string_view fault = outerFault(*list); !fault.empty()) {
+        raiseIncomprehensible(data, fault);
+    }
+    return NSKeyedUnarchiver(*list).unarchive();
+}
+
+// Every reference of an archive that shares nothing takes a byte at least, so the factor leaves
+// room for those that share the little there is to share.
+NSKeyedUnarchiver::NSKeyedUnarchiver(const BinaryPropertyList& list)
+    : list_(list),
+      objects_(*list.find(list.top(), "$objects")),
+      entryOfSlot_(list.size(objects_)),
+      classOfNode_(list.count()),
+      referencesLeft_(2 * list.byteCount() + 1'024),
+      walkMax_(std::min<std::uint64_t>(
+          std::max(kPropertyListWalkBytes, kPropertyListGrowthMax * list.byteCount()),
+          std::numeric_limits<std::uint32_t>::max())) {
+    comparisonsLeft_ = walkMax_;
+}
+
+Value NSKeyedUnarchiver::unarchive() {
+    const Index outer = *list_.find(list_.top(), "$top");
+    const std::optional<Index> root = list_.find(outer, NSKeyedArchiveRootObjectKey);
+    if (!root) return {};
+    if (list_.kind(*root) != Kind::UID) {
+        failAt("no reference to an object", NSKeyedArchiveRootObjectKey);
+    }
+    const Index slot = list_.uid(*root);
+    if (slot != 0 && slot < entryOfSlot_.size()) {
+        open(slot, std::nullopt);
+        while (!open_.empty())
+            readFrame();
+    }
+    current_ = 0;
+    return valueOfSlot(slot, NSKeyedArchiveRootObjectKey);
+}
+
+// One reference of the innermost object, or the object itself when there is none left.
+void NSKeyedUnarchiver::readFrame() {
+    std::optional<Index> key;
+    const std::optional<Index> slot = nextReference(open_.back(), key);
+    if (!slot) {
+        const std::uint32_t entry = open_.back().entry;
+        open_.pop_back();
+        complete(entry);
+        return;
+    }
+    // One that leads nowhere matters only to whoever asks for it.
+    if (*slot == 0 || *slot >= entryOfSlot_.size() || entryOfSlot_[*slot] != 0) return;
+    open(*slot, key);
+}
+
+std::optional<NSKeyedUnarchiver::Index> NSKeyedUnarchiver::nextReference(
+    Frame& frame, std::optional<Index>& key) const {
+    const Index node = entries_[frame.entry - 1].node;
+    while (frame.field < list_.size(node)) {
+        key = list_.key(node, frame.field);
+        const Index value = list_.value(node, frame.field);
+        if (list_.kind(value) == Kind::Array && frame.element < list_.size(value)) {
+            const Index element = list_.element(value, frame.element++);
+            if (list_.kind(element) == Kind::UID) return list_.uid(element);
+            continue;
+        }
+        ++frame.field;
+        frame.element = 0;
+        if (list_.kind(value) == Kind::UID && !list_.stringEquals(*key, "$class")) {
+            return list_.uid(value);
+        }
+    }
+    return std::nullopt;
+}
+
+// Gives a number that something refers to its entry: complete for a scalar, to be read for an
+// object. `key` is the one under which it was met, none for the root.
+void NSKeyedUnarchiver::open(Index slot, std::optional<Index> key) {
+    const Index node = list_.element(objects_, slot);
+    entries_.push_back({});
+    const auto number = static_cast<std::uint32_t>(entries_.size());
+    entryOfSlot_[slot] = number;
+    Entry& entry = entries_.back();
+    entry.slot = slot;
+    entry.node = node;
+    try {
+        current_ = number;
+        if (list_.kind(node) != Kind::Dictionary) {
+            entry.value = scalarValue(node);
+            entry.state = Entry::State::Done;
+            return;
+        }
+        std::uint64_t references = list_.size(node);
+        for (std::size_t place = 0; place < list_.size(node); ++place) {
+            const Index value = list_.value(node, place);
+            if (list_.kind(value) == Kind::Array) references += list_.size(value);
+        }
+        spend(referencesLeft_, references);
+        entry.knownClass = knownClassOf(node, key);
+        open_.push_back({number, 0, 0});
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (...) {
+        if (failures_.size() == kFailuresMax) throw;
+        failures_.emplace(slot, std::current_exception());
+        entry.state = Entry::State::Failed;
+    }
+}
+
+// Everything that it refers to has an entry by now.
+void NSKeyedUnarchiver::complete(std::uint32_t number) {
+    current_ = number;
+    keyless_ = 0;
+    Entry& entry = entries_[number - 1];
+    try {
+        entry.value = makeValue(number);
+        entry.state = Entry::State::Done;
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (...) {
+        if (failures_.size() == kFailuresMax) throw;
+        failures_.emplace(entry.slot, std::current_exception());
+        entry.state = Entry::State::Failed;
+    }
+}
+
+// What stands for an object that is asked for. One that is still open encloses the one that asks.
+Value NSKeyedUnarchiver::valueOfSlot(Index slot, std::string_view key) {
+    if (slot == 0) return {};
+    if (slot >= entryOfSlot_.size()) {
+        failAt("a reference to object " + std::to_string(slot) + ", which there is not", key);
+    }
+    SEVRIN_ASSERT(entryOfSlot_[slot] != 0, "every reference was followed before it is asked for");
+    Entry& entry = entries_[entryOfSlot_[slot] - 1];
+    if (entry.state == Entry::State::Done) {
+        if (current_ != 0) addToWalk(entry);
+        return entry.value;
+    }
+    if (entry.state == Entry::State::Failed) std::rethrow_exception(failures_.at(slot));
+
+    const NSCodingClass* const coding = classes_[entry.knownClass].coding;
+    if (coding == nullptr || coding->twoSteps() == nullptr) {
+        failAt("an object that holds itself", key);
+    }
+    if (entry.value.isNull()) entry.value = coding->twoSteps()->allocate();
+    return coding->twoSteps()->backReference(entry.value.object());
+}
+
+// A walk through values goes into containers, comparing goes into objects too.
+void NSKeyedUnarchiver::addToWalk(const Entry& child) {
+    Entry& entry = entries_[current_ - 1];
+    const auto add = [this](std::uint32_t& sum, std::uint32_t more) {
+        sum = static_cast<std::uint32_t>(
+            std::min<std::uint64_t>(walkMax_, std::uint64_t{sum} + more));
+    };
+    add(entry.comparison, child.comparison);
+    if (entry.knownClass != kNoClass && classes_[entry.knownClass].foundation)
+        add(entry.walk, child.walk);
+    entry.levels = std::max(entry.levels, child.levels);
+}
+
+void NSKeyedUnarchiver::spend(std::uint64_t& budget, std::uint64_t amount) {
+    if (amount > budget) failAt("shared contents would grow beyond any use", {});
+    budget -= amount;
+}
+
+std::uint32_t NSKeyedUnarchiver::knownClassOf(Index node, std::optional<Index> key) {
+    const std::optional<Index> reference = list_.find(node, "$class");
+    if (!reference || list_.kind(*reference) != Kind::UID) {
+        failAt("missing class information for object", "$class");
+    }
+    const Index slot = list_.uid(*reference);
+    if (slot == 0 || slot >= entryOfSlot_.size()) {
+        failAt("missing class information for object", "$class");
+    }
+    const Index classNode = list_.element(objects_, slot);
+    std::uint32_t& number = classOfNode_[classNode];
+    if (number == 0) {
+        classes_.push_back(readClass(classNode));
+        number = static_cast<std::uint32_t>(classes_.size());
+    }
+    const KnownClass& known = classes_[number - 1];
+    if (!known.foundation && known.coding == nullptr) {
+        NSException::raiseFormat(
+            NSInvalidUnarchiveOperationException,
+            "*** -[NSKeyedUnarchiver decodeObjectForKey:]: cannot decode object of class (%@) for "
+            "key (%@); the class may be defined in source code or a library that is not linked",
+            known.name, key ? list_.string(*key) : std::string(NSKeyedArchiveRootObjectKey));
+    }
+    return number - 1;
+}
+
+// By its own name, else by the first name known of those that the archive gives as substitutes.
+NSKeyedUnarchiver::KnownClass NSKeyedUnarchiver::readClass(Index node) {
+    std::optional<Index> name;
+    if (list_.kind(node) == Kind::Dictionary) name = list_.find(node, "$classname");
+    if (!name || list_.kind(*name) != Kind::String) {
+        failAt("missing class information for object", "$class");
+    }
+    KnownClass result{node, std::nullopt, nullptr, list_.string(*name)};
+    const auto look = [&result](std::string_view candidate) {
+        result.foundation = foundationClassNamed(candidate);
+        if (!result.foundation) result.coding = NSCodingClass::named(candidate);
+        return result.foundation || result.coding != nullptr;
+    };
+    if (look(result.name)) return result;
+    const std::optional<Index> hints = list_.find(node, "$classhints");
+    if (!hints || list_.kind(*hints) != Kind::Array) return result;
+    spend(referencesLeft_, list_.size(*hints));
+    for (std::size_t place = 0; place < list_.size(*hints); ++place) {
+        const Index hint = list_.element(*hints, place);
+        if (list_.kind(hint) == Kind::String && look(list_.string(hint))) break;
+    }
+    return result;
+}
+
+// A string, number or the like that is an object by itself.
+Value NSKeyedUnarchiver::scalarValue(Index node) {
+    switch (list_.kind(node)) {
+        case Kind::Boolean:
+            return list_.boolean(node);
+        case Kind::Integer:
+            return list_.integer(node);
+        case Kind::Real:
+            return list_.real(node);
+        case Kind::Date:
+            return NSDate::dateWithTimeIntervalSinceReferenceDate(list_.date(node));
+        case Kind::String:
+        case Kind::Data:
+            break;
+        default:
+            failAt("neither an object nor a value", {});
+    }
+    const std::size_t size = list_.size(node);
+    Entry& entry = entries_[current_ - 1];
+    entry.walk = entry.comparison = static_cast<std::uint32_t>(std::min(size + 1, walkMax_));
+    if (size > kCopiedBytesMax) {
+        slotOfText_.resize(list_.count());
+        if (slotOfText_[node] != 0) {
+            return entries_[entryOfSlot_[slotOfText_[node] - 1] - 1].value;
+        }
+        slotOfText_[node] = entry.slot + 1;
+    }
+    if (list_.kind(node) == Kind::String) return Value::sharedString(list_.string(node));
+    return Data{std::string(list_.data(node))};
+}
+
+// "... at key (k) of object 4 of class (X)".
+void NSKeyedUnarchiver::failAt(std::string_view what, std::string_view key) const {
+    std::string text(what);
+    if (!key.empty()) text.append(" for key (").append(key).append(")");
+    if (current_ == 0) {
+        text += " in $top";
+    } else {
+        const Entry& entry = entries_[current_ - 1];
+        text += " in object " + std::to_string(entry.slot);
+        if (entry.knownClass != kNoClass) {
+            text += " of class (" + classes_[entry.knownClass].name + ")";
+        }
+    }
+    NSException::raiseFormat(NSInvalidUnarchiveOperationException,
+                             "*** -[NSKeyedUnarchiver decodeObjectForKey:]: %@", text);
+}
+
+}  // namespace sevrin::platform
