@@ -77,7 +77,7 @@ public:
     BinaryPropertyListWriter list;
 
 private:
-    const Index top_;
+    Index top_;
     std::vector<Index> objects_;
 };
 

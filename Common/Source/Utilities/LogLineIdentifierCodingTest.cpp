@@ -8,6 +8,9 @@
 #include <vector>
 
 #include "Common/Source/Utilities/LogLineIdentifier.h"
+#include "Platform/NSException.h"
+#include "Platform/NSKeyedArchiver.h"
+#include "Platform/NSKeyedUnarchiver.h"
 #include "Platform/SequentialCoder.h"
 
 namespace sevrin {
@@ -171,6 +174,32 @@ TEST(LogLineIdentifierCodingTest, TheSequentialFormLosesTheHighBitsOfTheCounters
     EXPECT_EQ(decoded->count(), 9U);
 }
 
+TEST(LogLineIdentifierCodingTest, AnArchiveGivesBackAnEqualLine) {
+    const auto line = sampleLine(UINT64_MAX);
+    const std::string archive = platform::NSKeyedArchiver::archivedDataWithRootObject(line);
+
+    const auto decoded =
+        platform::NSKeyedUnarchiver::unarchiveObjectWithData(archive).object<LogLineIdentifier>();
+
+    ASSERT_TRUE(decoded);
+    EXPECT_TRUE(decoded->isEqual(*line));
+    EXPECT_EQ(decoded->count(), 2U);
+    EXPECT_EQ(decoded->classifications(), kSampleClassifications);
+}
+
+TEST(LogLineIdentifierCodingTest, AVeryDeepLineIsArchivedAndReadBack) {
+    LogLineIdentifierPtr line;
+    for (std::uint64_t depth = 0; depth < 50'000; ++depth)
+        line = LogLineIdentifier::initExtendingWithID(line, depth);
+    const std::string archive = platform::NSKeyedArchiver::archivedDataWithRootObject(line);
+
+    const auto decoded =
+        platform::NSKeyedUnarchiver::unarchiveObjectWithData(archive).object<LogLineIdentifier>();
+
+    ASSERT_TRUE(decoded);
+    EXPECT_TRUE(decoded->isEqual(*line));
+}
+
 // A class that archives can name but that no line can lie in.
 class Stranger final : public platform::Object {
 public:
@@ -185,13 +214,13 @@ public:
 TEST(LogLineIdentifierCodingTest, ASequenceWithAnotherObjectForAParentIsRefused) {
     SequentialDecoder decoder({"LogLineIdentifier", Stranger::classObject().name(), 0, 1, 0});
 
-    EXPECT_THROW(static_cast<void>(decoder.decodeObject()), std::runtime_error);
+    EXPECT_THROW(static_cast<void>(decoder.decodeObject()), platform::NSException);
 }
 
 TEST(LogLineIdentifierCodingTest, ASequenceThatEndsEarlyIsRefused) {
     SequentialDecoder decoder({"LogLineIdentifier", nullptr, 0, 1});
 
-    EXPECT_THROW(static_cast<void>(decoder.decodeObject()), std::runtime_error);
+    EXPECT_THROW(static_cast<void>(decoder.decodeObject()), platform::NSException);
 }
 
 }  // namespace

@@ -1,0 +1,456 @@
+// Tests of reading keyed archives: what others write differently, and what is refused with which
+// words.
+#include "Platform/NSKeyedUnarchiver.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "Platform/ArchivedURL.h"
+#include "Platform/BinaryPropertyList.h"
+#include "Platform/NSException.h"
+#include "Platform/NSUUID.h"
+#include "Platform/TestArchive.h"
+
+namespace sevrin::platform {
+namespace {
+
+using testing::HasSubstr;
+using testing::StartsWith;
+
+Value unarchived(const std::string& bytes) {
+    return NSKeyedUnarchiver::unarchiveObjectWithData(bytes);
+}
+
+// Name and reason of the exception that refuses `bytes`; empty when they are taken.
+struct Refusal {
+    std::string name;
+    std::string reason;
+};
+
+Refusal refusalOf(const std::string& bytes) {
+    try {
+        static_cast<void>(unarchived(bytes));
+    } catch (const NSException& exception) {
+        return {exception.name(), exception.reason().value()};
+    }
+    return {};
+}
+
+// Reads whatever a test wants from itself.
+class Probe final : public Object {
+public:
+    static Class& classObject() {
+        static NSCodingClass& theClass =
+            *new NSCodingClass("UnarchiverTestProbe", &Object::classObject(), &initWithCoder);
+        return theClass;
+    }
+    static ObjectPtr initWithCoder(NSCoder& coder) {
+        auto probe = std::make_shared<Probe>();
+        if (read) probe->value = read(coder);
+        return probe;
+    }
+    const Class& isa() const override { return classObject(); }
+
+    static inline std::function<Value(NSCoder&)> read;
+    Value value;
+};
+
+class NSKeyedUnarchiverTest : public testing::Test {
+protected:
+    NSKeyedUnarchiverTest() { probeClass = archive.addClass(Probe::classObject().name()); }
+    ~NSKeyedUnarchiverTest() override { Probe::read = nullptr; }
+
+    // What a probe with these fields reads from itself.
+    Value probed(TestArchive::Fields fields, std::function<Value(NSCoder&)> read) {
+        Probe::read = std::move(read);
+        const std::uint32_t root = archive.addObject(probeClass, std::move(fields));
+        return unarchived(archive.bytes(root)).object<Probe>()->value;
+    }
+    Refusal probeRefusal(TestArchive::Fields fields, std::function<Value(NSCoder&)> read) {
+        Probe::read = std::move(read);
+        return refusalOf(archive.bytes(archive.addObject(probeClass, std::move(fields))));
+    }
+
+    // The refusal of an object of this class with these fields.
+    Refusal objectRefusal(std::string_view className, TestArchive::Fields fields) {
+        return refusalOf(archive.bytes(archive.addObject(archive.addClass(className), fields)));
+    }
+
+    TestArchive archive;
+    std::uint32_t probeClass;
+};
+
+TEST_F(NSKeyedUnarchiverTest, WhatIsNoArchiveIsNamedByItsFirstBytes) {
+    const Refusal refusal = refusalOf("bp\xff and more");
+
+    EXPECT_EQ(refusal.name, NSInvalidArgumentException);
+    EXPECT_THAT(refusal.reason,
+                StartsWith("*** -[NSKeyedUnarchiver initForReadingWithData:]: incomprehensible "
+                           "archive (0x62, 0x70, 0xffffffff, 0x20, 0x61, 0x6e, 0x64, 0x20)"));
+    EXPECT_THAT(refusal.reason, HasSubstr("no binary property list at byte 0"));
+}
+
+TEST_F(NSKeyedUnarchiverTest, APropertyListThatIsNoArchiveIsRefused) {
+    EXPECT_THAT(refusalOf(dataFromPropertyList(Dictionary{{"$version", 100'000}})).reason,
+                HasSubstr("$archiver is not NSKeyedArchiver"));
+    EXPECT_THAT(refusalOf(dataFromPropertyList(ValueArray())).reason, HasSubstr("no dictionary"));
+}
+
+TEST_F(NSKeyedUnarchiverTest, NothingGivesNullAndAMessageOnTheConsole) {
+    testing::internal::CaptureStderr();
+    EXPECT_TRUE(NSKeyedUnarchiver::unarchiveObjectWithData({}).isNull());
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("data is NULL"));
+
+    testing::internal::CaptureStderr();
+    EXPECT_TRUE(NSKeyedUnarchiver::unarchiveObjectWithData("").isNull());
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                HasSubstr("data is empty; did you forget to send -finishEncoding"));
+}
+
+TEST_F(NSKeyedUnarchiverTest, WithoutARootThereIsNothing) {
+    const std::string bytes = archive.bytes({{"$objects", archive.objects()},
+                                             {"$top", archive.dictionary({})},
+                                             {"$archiver", archive.text("NSKeyedArchiver")},
+                                             {"$version", archive.number(100'000)}});
+
+    EXPECT_TRUE(unarchived(bytes).isNull());
+}
+
+TEST_F(NSKeyedUnarchiverTest, AClassThatNobodyKnowsIsRefusedWithItsKey) {
+    const auto unknown = archive.addObject(archive.addClass("NoSuchClass"), {});
+    const Refusal refusal = probeRefusal({{"field", archive.uid(unknown)}}, [](NSCoder& coder) {
+        return coder.decodeObjectForKey("field");
+    });
+
+    EXPECT_EQ(refusal.name, NSInvalidUnarchiveOperationException);
+    EXPECT_EQ(refusal.reason,
+              "*** -[NSKeyedUnarchiver decodeObjectForKey:]: cannot decode object of class "
+              "(NoSuchClass) for key (field); the class may be defined in source code or a library "
+              "that is not linked");
+}
+
+TEST_F(NSKeyedUnarchiverTest, TheRootsKeyIsRoot) {
+    EXPECT_THAT(objectRefusal("NoSuchClass", {}).reason, HasSubstr("for key (root)"));
+}
+
+TEST_F(NSKeyedUnarchiverTest, AnUnknownClassGivesWayToTheFirstKnownSubstitute) {
+    const auto theClass = archive.addClass("NoSuchClass", {"NorThisOne", "NSArray", "NSSet"});
+    const auto root = archive.addObject(theClass, {{"NS.objects", archive.uids({})}});
+
+    EXPECT_TRUE(unarchived(archive.bytes(root)).ifArray());
+}
+
+TEST_F(NSKeyedUnarchiverTest, WhatNobodyAsksForDoesNoHarm) {
+    const auto unknown = archive.addObject(archive.addClass("NoSuchClass"), {});
+    const TestArchive::Fields fields = {{"unknown", archive.uid(unknown)},
+                                        {"nowhere", archive.uid(1'000)},
+                                        {"known", archive.uid(archive.add(archive.text("x")))}};
+
+    EXPECT_EQ(probed(fields, [](NSCoder& coder) { return coder.decodeObjectForKey("known"); }),
+              Value("x"));
+}
+
+TEST_F(NSKeyedUnarchiverTest, AReferenceThatLeadsNowhereIsRefused) {
+    const Refusal refusal = probeRefusal({{"field", archive.uid(1'000)}}, [](NSCoder& coder) {
+        return coder.decodeObjectForKey("field");
+    });
+
+    EXPECT_EQ(refusal.name, NSInvalidUnarchiveOperationException);
+    EXPECT_THAT(refusal.reason, HasSubstr("object 1000, which there is not for key (field) in "
+                                          "object 2 of class (UnarchiverTestProbe)"));
+}
+
+TEST_F(NSKeyedUnarchiverTest, AnAbsentKeyGivesNothing) {
+    const Value value = probed({}, [](NSCoder& coder) -> Value {
+        EXPECT_FALSE(coder.containsValueForKey("k"));
+        EXPECT_TRUE(coder.decodeObjectForKey("k").isNull());
+        EXPECT_EQ(coder.decodeObjectOfClassForKey(Object::classObject(), "k"), nullptr);
+        EXPECT_EQ(coder.decodeInt32ForKey("k"), 0);
+        EXPECT_EQ(coder.decodeInt64ForKey("k"), 0);
+        EXPECT_FALSE(coder.decodeBoolForKey("k"));
+        EXPECT_EQ(coder.decodeDoubleForKey("k"), 0.0);
+        EXPECT_EQ(coder.decodeBytesForKey("k"), std::nullopt);
+        EXPECT_TRUE(coder.decodeObject().isNull());
+        return "done";
+    });
+
+    EXPECT_EQ(value, Value("done"));
+}
+
+TEST_F(NSKeyedUnarchiverTest, AValueOfTheWrongKindIsRefusedByEveryCall) {
+    using Call = std::function<Value(NSCoder&)>;
+    const std::vector<Call> calls = {
+        [](NSCoder& coder) { return coder.decodeObjectForKey("k"); },
+        [](NSCoder& coder) { return coder.decodeInt64ForKey("k"); },
+        [](NSCoder& coder) { return coder.decodeBoolForKey("k"); },
+        [](NSCoder& coder) { return coder.decodeDoubleForKey("k"); },
+        [](NSCoder& coder) { return Data{std::string(*coder.decodeBytesForKey("k"))}; }};
+    for (const Call& call : calls) {
+        TestArchive text;
+        Probe::read = call;
+        const auto root =
+            text.addObject(text.addClass(Probe::classObject().name()), {{"k", text.text("7")}});
+
+        const Refusal refusal = refusalOf(text.bytes(root));
+        EXPECT_EQ(refusal.name, NSInvalidUnarchiveOperationException);
+        EXPECT_THAT(refusal.reason, HasSubstr("wrong kind for key (k)"));
+    }
+}
+
+TEST_F(NSKeyedUnarchiverTest, AnIntegerTooWideForTheCallIsARangeException) {
+    const Refusal refusal =
+        probeRefusal({{"k", archive.number(std::int64_t{1} << 31)}},
+                     [](NSCoder& coder) { return coder.decodeInt32ForKey("k"); });
+
+    EXPECT_EQ(refusal.name, NSRangeException);
+    EXPECT_THAT(refusal.reason, HasSubstr("value (2147483648) for key (k)"));
+}
+
+TEST_F(NSKeyedUnarchiverTest, AnUnsignedIntegerAboveTheSignedRangeIsARangeException) {
+    const Refusal refusal =
+        probeRefusal({{"k", archive.list.addUnsigned(UINT64_MAX)}},
+                     [](NSCoder& coder) { return coder.decodeInt64ForKey("k"); });
+
+    EXPECT_EQ(refusal.name, NSRangeException);
+}
+
+TEST_F(NSKeyedUnarchiverTest, AnObjectOfAnotherClassIsRefusedWhereOneIsExpected) {
+    const TestArchive::Fields fields = {{"k", archive.uid(archive.add(archive.text("x")))}};
+    const Refusal refusal = probeRefusal(fields, [](NSCoder& coder) {
+        return coder.decodeObjectOfClassForKey(Probe::classObject(), "k");
+    });
+
+    EXPECT_EQ(refusal.name, NSInvalidUnarchiveOperationException);
+    EXPECT_THAT(refusal.reason, HasSubstr("object of class (UnarchiverTestProbe) for key (k)"));
+}
+
+TEST_F(NSKeyedUnarchiverTest, KeysWithADollarSignHaveTwoInTheArchive) {
+    const TestArchive::Fields fields = {{"$$k", archive.number(7)}, {"$k", archive.number(8)}};
+
+    EXPECT_EQ(probed(fields, [](NSCoder& coder) { return coder.decodeInt64ForKey("$k"); }),
+              Value(7));
+}
+
+TEST_F(NSKeyedUnarchiverTest, ObjectsWithoutKeysComeInOrder) {
+    const TestArchive::Fields fields = {{"$1", archive.uid(archive.add(archive.text("b")))},
+                                        {"$0", archive.uid(archive.add(archive.text("a")))}};
+    const Value value = probed(fields, [](NSCoder& coder) {
+        Value first = coder.decodeObject();
+        Value second = coder.decodeObject();
+        Value third = coder.decodeObject();
+        return ValueArray{first, second, third};
+    });
+
+    EXPECT_EQ(value, Value(ValueArray{"a", "b", nullptr}));
+}
+
+TEST_F(NSKeyedUnarchiverTest, APropertyListMayStandWithinTheObjectWhereThatIsAskedFor) {
+    const TestArchive::Fields fields = {{"k", archive.dictionary({{"a", archive.number(1)}})}};
+
+    EXPECT_EQ(probed(fields, [](NSCoder& coder) { return coder.decodePropertyListForKey("k"); }),
+              Value(Dictionary{{"a", 1}}));
+}
+
+TEST_F(NSKeyedUnarchiverTest, WhatAClassRefusesIsTheUnarchiversException) {
+    const Refusal ours = probeRefusal({}, [](NSCoder& coder) -> Value {
+        coder.failDecoding("the wheel has no spokes");
+        return {};  // Not reached; not every compiler sees that through a virtual call.
+    });
+    EXPECT_EQ(ours.name, NSInvalidUnarchiveOperationException);
+    EXPECT_THAT(ours.reason, HasSubstr("the wheel has no spokes in object 2 of class"));
+}
+
+TEST_F(NSKeyedUnarchiverTest, WhatAClassThrowsIsTheUnarchiversException) {
+    const Refusal other =
+        probeRefusal({}, [](NSCoder&) -> Value { throw std::runtime_error("out of spokes"); });
+    EXPECT_EQ(other.name, NSInvalidUnarchiveOperationException);
+    EXPECT_THAT(other.reason, HasSubstr("out of spokes"));
+}
+
+TEST_F(NSKeyedUnarchiverTest, ABareDateIsADate) {
+    EXPECT_EQ(unarchived(archive.bytes(archive.add(archive.list.addDate(1.5)))),
+              Value(NSDate::dateWithTimeIntervalSinceReferenceDate(1.5)));
+}
+
+TEST_F(NSKeyedUnarchiverTest, MutableTextAndDataAreReadAsTextAndData) {
+    const auto text =
+        archive.addObject(archive.addClass("NSMutableString"), {{"NS.string", archive.text("x")}});
+    const auto data = archive.addObject(archive.addClass("NSMutableData"),
+                                        {{"NS.data", archive.list.addData("y")}});
+    const auto root = archive.addObject(archive.addClass("NSMutableArray"),
+                                        {{"NS.objects", archive.uids({text, data})}});
+
+    EXPECT_EQ(unarchived(archive.bytes(root)), Value(ValueArray{"x", Data{"y"}}));
+}
+
+TEST_F(NSKeyedUnarchiverTest, AUUIDHasSixteenBytesUnderEitherKey) {
+    for (const std::string_view key : {"NS.uuidbytes", "uuid"}) {
+        TestArchive one;
+        const auto root =
+            one.addObject(one.addClass("NSUUID"), {{key, one.list.addData("0123456789abcdef")}});
+        const auto uuid = unarchived(one.bytes(root)).object<NSUUID>();
+        ASSERT_TRUE(uuid);
+        EXPECT_EQ(uuid->UUIDString(), "30313233-3435-3637-3839-616263646566");
+    }
+    EXPECT_THAT(objectRefusal("NSUUID", {{"uuid", archive.list.addData("short")}}).reason,
+                HasSubstr("sixteen bytes"));
+}
+
+TEST_F(NSKeyedUnarchiverTest, AURLThatIsNoFilesKeepsItsText) {
+    const auto text = archive.add(archive.text("https://example.com/x y"));
+    const auto root =
+        archive.addObject(archive.addClass("NSURL"),
+                          {{"NS.base", archive.uid(0)}, {"NS.relative", archive.uid(text)}});
+    const auto url = unarchived(archive.bytes(root)).object<ArchivedURL>();
+
+    ASSERT_TRUE(url);
+    EXPECT_EQ(url->relativeString(), "https://example.com/x y");
+}
+
+TEST_F(NSKeyedUnarchiverTest, ContentsOfTheWrongFormAreRefused) {
+    const auto text = archive.uid(archive.add(archive.text("x")));
+    const std::vector<std::pair<std::string_view, TestArchive::Fields>> objects = {
+        {"NSArray", {}},
+        {"NSArray", {{"NS.objects", text}}},
+        {"NSArray", {{"NS.objects", archive.uids({0})}}},
+        {"NSArray", {{"NS.objects", archive.list.addArray({})}, {"NS.keys", text}}},
+        {"NSSet", {{"NS.objects", archive.number(1)}}},
+        {"NSDictionary", {{"NS.keys", archive.uids({})}}},
+        {"NSDictionary", {{"NS.objects", archive.uids({})}}},
+        {"NSDictionary", {{"NS.keys", archive.uids({1})}, {"NS.objects", archive.uids({})}}},
+        {"NSDate", {}},
+        {"NSDate", {{"NS.time", archive.text("now")}}},
+        {"NSDate", {{"NS.time", archive.list.addReal(std::nan(""))}}},
+        {"NSMutableString", {}},
+        {"NSMutableString", {{"NS.string", archive.number(1)}}},
+        {"NSMutableData", {}},
+        {"NSURL", {}},
+        {"NSUUID", {}}};
+    int accepted = 0;
+    for (const auto& [className, fields] : objects) {
+        const auto root = archive.addObject(archive.addClass(className), fields);
+        TestArchive whole = archive;
+        const Refusal refusal = refusalOf(whole.bytes(root));
+        if (refusal.name.empty()) ++accepted;
+    }
+    // Only the array that has a key too many.
+    EXPECT_EQ(accepted, 1);
+}
+
+TEST_F(NSKeyedUnarchiverTest, ADictionaryWithAKeyTwiceIsRefused) {
+    const auto key = archive.add(archive.text("k"));
+    const auto same = archive.add(archive.text("k"));
+    const Refusal refusal = objectRefusal(
+        "NSDictionary",
+        {{"NS.keys", archive.uids({key, same})}, {"NS.objects", archive.uids({key, key})}});
+
+    EXPECT_THAT(refusal.reason, HasSubstr("stands twice for key (NS.keys)"));
+}
+
+TEST_F(NSKeyedUnarchiverTest, ContainersThatHoldThemselvesAreRefused) {
+    const auto theClass = archive.addClass("NSArray");
+    const std::uint32_t self = theClass + 1;
+    archive.addObject(theClass, {{"NS.objects", archive.uids({self})}});
+
+    EXPECT_THAT(refusalOf(archive.bytes(self)).reason, HasSubstr("holds itself"));
+}
+
+// Arrays in a row, each of which holds the next one `times`.
+std::string arrays(std::size_t levels, std::size_t times) {
+    TestArchive archive;
+    const auto theClass = archive.addClass("NSArray");
+    const std::uint32_t first = theClass + 1;
+    for (std::size_t level = 1; level <= levels; ++level) {
+        const std::uint32_t next = theClass + 1 + static_cast<std::uint32_t>(level);
+        const std::vector<std::uint32_t> members(level == levels ? 0 : times, next);
+        archive.addObject(theClass, {{"NS.objects", archive.uids(members)}});
+    }
+    return archive.bytes(first);
+}
+
+TEST_F(NSKeyedUnarchiverTest, ContainersAreReadToTheDeepestNestingAllowed) {
+    EXPECT_TRUE(unarchived(arrays(kPropertyListDepthMax, 1)).ifArray());
+    EXPECT_THAT(refusalOf(arrays(kPropertyListDepthMax + 1, 1)).reason, HasSubstr("too deep"));
+    EXPECT_THAT(refusalOf(arrays(100'000, 1)).reason, HasSubstr("too deep"));
+}
+
+TEST_F(NSKeyedUnarchiverTest, ContainersThatWouldGrowBeyondAnyUseWhenWalkedAreRefused) {
+    EXPECT_TRUE(unarchived(arrays(20, 2)).ifArray());
+    EXPECT_THAT(refusalOf(arrays(60, 2)).reason, HasSubstr("grow beyond any use"));
+}
+
+TEST_F(NSKeyedUnarchiverTest, ObjectsThatShareTheirManyMembersAreRefused) {
+    std::vector<std::uint32_t> numbers;
+    const auto theClass = archive.addClass("NSArray");
+    const auto text = archive.add(archive.text("x"));
+    const auto shared = archive.uids(std::vector<std::uint32_t>(2'000, text));
+    for (int i = 0; i < 2'000; ++i)
+        numbers.push_back(archive.addObject(theClass, {{"NS.objects", shared}}));
+    const auto root = archive.addObject(theClass, {{"NS.objects", archive.uids(numbers)}});
+
+    EXPECT_THAT(refusalOf(archive.bytes(root)).reason, HasSubstr("grow beyond any use"));
+}
+
+TEST_F(NSKeyedUnarchiverTest, LongTextIsSharedByAllWhoHaveIt) {
+    const auto theClass = archive.addClass("NSArray");
+    const auto text = archive.text(std::string(100, 'x'));
+    const auto one = archive.add(text);
+    const auto other = archive.add(text);
+    const auto root =
+        archive.addObject(theClass, {{"NS.objects", archive.uids({one, one, other})}});
+    const Value value = unarchived(archive.bytes(root));
+
+    const ValueArray& members = *value.ifArray();
+    EXPECT_EQ(members[0].ifString(), members[1].ifString());
+    EXPECT_EQ(members[0].ifString(), members[2].ifString());
+}
+
+TEST_F(NSKeyedUnarchiverTest, ManyBrokenObjectsThatNobodyAsksForAreRefusedInTheEnd) {
+    const auto unknown = archive.addClass("NoSuchClass");
+    std::vector<std::uint32_t> numbers;
+    for (int i = 0; i < 1'000; ++i)
+        numbers.push_back(archive.addObject(unknown, {}));
+    const auto ignored = archive.uids(numbers);
+
+    EXPECT_THAT(probeRefusal({{"ignored", ignored}}, [](NSCoder&) { return Value(); }).reason,
+                HasSubstr("NoSuchClass"));
+}
+
+TEST_F(NSKeyedUnarchiverTest, TwoExceptionsThatReachEachOtherAreReadAndEndWithTheirOwner) {
+    const auto theClass = archive.addClass("NSException");
+    const auto dictionary = archive.addClass("NSDictionary");
+    const auto name = archive.add(archive.text("IO"));
+    const auto cause = archive.add(archive.text("Cause"));
+    const std::uint32_t first = cause + 1;
+    const std::uint32_t second = cause + 3;
+    for (const std::uint32_t other : {second, first}) {
+        const auto number = other == second ? first : second;
+        archive.addObject(theClass, {{"NS.name", archive.uid(name)},
+                                     {"NS.reason", archive.uid(0)},
+                                     {"NS.userinfo", archive.uid(number + 1)}});
+        archive.addObject(dictionary, {{"NS.keys", archive.uids({cause})},
+                                       {"NS.objects", archive.uids({other})}});
+    }
+    std::weak_ptr<ExceptionObject> watched;
+    {
+        const Value value = unarchived(archive.bytes(first));
+        const ExceptionObjectPtr outer = exceptionObjectOf(value);
+        ASSERT_TRUE(outer);
+        watched = outer;
+        const ExceptionObjectPtr inner = exceptionObjectOf(*outer->userInfo().find("Cause"));
+        ASSERT_TRUE(inner);
+        EXPECT_NE(inner, outer);
+        EXPECT_EQ(exceptionObjectOf(*inner->userInfo().find("Cause")), outer);
+    }
+    EXPECT_TRUE(watched.expired());
+}
+
+}  // namespace
+}  // namespace sevrin::platform
