@@ -1,10 +1,10 @@
 // The calls that a coder does not offer, and the classes that archives can name.
 #include "Platform/NSCoder.h"
 
-#include <stdexcept>
 #include <utility>
 
 #include "Platform/Assertion.h"
+#include "Platform/NSException.h"
 
 namespace sevrin::platform {
 
@@ -119,7 +119,7 @@ std::string_view NSCoder::decodeBytes() {
 }
 
 void NSCoder::failDecoding(std::string_view what) {
-    throw std::runtime_error(std::string(what));
+    NSException::raiseFormat(NSInvalidUnarchiveOperationException, "*** -[NSCoder]: %@", what);
 }
 
 std::optional<Value> NSCoding::replacementObjectForCoder(NSCoder&) const {

@@ -16,17 +16,10 @@ BAD = os.path.join(ARCHIVES, "bad")
 # Files that wait for a class, and which: they are to be read, or refused for their own fault, from the day on that the
 # class can be archived.
 WAITING = {
-    "ktpath": "KTPath",
-    "ktpath_empty": "KTPath",
-    "ktpath_root": "KTPath",
-    "ktsubpath": "KTSubPath",
     "ktvolumeinfo": "KTVolumeInfo",
-    "other_ktpath": "KTPath",
     "svpath_noattrs": "SVPath",
     "svstandardpath": "SVStandardPath",
     "svsubpath_nested": "SVSubPath",
-    "v_path_string": "KTPath",
-    "v_path_zero_bytes": "KTPath",
     "v_svstd_wellknown_string": "SVStandardPath",
     "v_svsub_enclosing_wrongclass": "SVSubPath",
     "v_volume_nil": "KTVolumeInfo",

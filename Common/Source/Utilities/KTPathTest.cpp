@@ -7,6 +7,7 @@
 #include <string>
 
 #include "Common/Source/Utilities/KTSubPath.h"
+#include "Platform/NSException.h"
 #include "Platform/SequentialCoder.h"
 #include "Platform/TestFolder.h"
 
@@ -324,7 +325,7 @@ TEST(KTPathCodingTest, BytesWithoutTheirNulOrWithASecondOneAreRefused) {
     for (const std::string& bytes : {std::string("/a"), std::string("/a\0b\0", 5), std::string()}) {
         SequentialDecoder decoder({"KTPath", platform::Data{bytes}});
 
-        EXPECT_THROW(static_cast<void>(decoder.decodeObject()), std::runtime_error);
+        EXPECT_THROW(static_cast<void>(decoder.decodeObject()), platform::NSException);
     }
 }
 
@@ -358,8 +359,8 @@ TEST(KTPathCodingTest, TheKeyedFormIsTheBytesUnderPath) {
 TEST(KTPathCodingTest, AnArchiveWithoutThePathIsRefused) {
     KeyedCoder coder;
 
-    EXPECT_THROW(static_cast<void>(KTPath::initWithCoder(coder)), std::runtime_error);
-    EXPECT_THROW(static_cast<void>(KTSubPath::initWithCoder(coder)), std::runtime_error);
+    EXPECT_THROW(static_cast<void>(KTPath::initWithCoder(coder)), platform::NSException);
+    EXPECT_THROW(static_cast<void>(KTSubPath::initWithCoder(coder)), platform::NSException);
 }
 
 }  // namespace
