@@ -13,6 +13,7 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
+#include <cstdio>
 #include <cstring>
 #include <new>
 #include <string>
@@ -116,8 +117,26 @@ int listMounts(struct statfs* buffer, std::size_t capacity, int mode) {
 int mountIdOf(int fd) noexcept {
     struct statx stat {};
     constexpr int kFlags = AT_EMPTY_PATH | AT_NO_AUTOMOUNT | AT_STATX_DONT_SYNC;
-    if (::statx(fd, "", kFlags, STATX_MNT_ID, &stat) != 0) return 0;
-    return (stat.stx_mask & STATX_MNT_ID) != 0 ? static_cast<int>(stat.stx_mnt_id) : 0;
+    if (::statx(fd, "", kFlags, STATX_MNT_ID, &stat) == 0 && (stat.stx_mask & STATX_MNT_ID) != 0) {
+        return static_cast<int>(stat.stx_mnt_id);
+    }
+    // A file system whose server is gone, or that is another user's, tells nothing of its objects;
+    // the descriptor still knows where it is.
+    std::array<char, 64> path{};
+    (void)std::snprintf(path.data(), path.size(), "/proc/thread-self/fdinfo/%d", fd);
+    const UniqueFd file(::open(path.data(), O_RDONLY | O_CLOEXEC));
+    std::array<char, 512> text{};
+    const ssize_t size = file ? ::read(file.get(), text.data(), text.size()) : -1;
+    if (size <= 0) return 0;
+    constexpr std::string_view kField = "mnt_id:\t";
+    const std::string_view lines(text.data(), static_cast<std::size_t>(size));
+    const std::size_t at = lines.find(kField);
+    int id = 0;
+    if (at != std::string_view::npos) {
+        const char* number = lines.data() + at + kField.size();
+        (void)std::from_chars(number, lines.data() + lines.size(), id);
+    }
+    return id;
 }
 
 std::optional<MountEntry> mountOf(int fd) {
@@ -173,10 +192,10 @@ bool addFigures(int fd, struct statfs& record) noexcept {
     record.f_files = raw.f_files;
     record.f_ffree = raw.f_ffree;
     record.f_type = static_cast<std::uint32_t>(raw.f_type);
+    // Objects of another user's mount may not be looked at; its device was in the table already.
     struct stat object {};
-    const bool hasDevice = ::fstat(fd, &object) == 0;
-    if (hasDevice) record.f_fsid = identityOf(raw, object.st_dev);
-    return hasDevice;
+    if (::fstat(fd, &object) == 0) record.f_fsid = identityOf(raw, object.st_dev);
+    return true;
 }
 
 int statfs(const char* path, struct statfs* buffer) noexcept try {

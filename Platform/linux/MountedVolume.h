@@ -11,8 +11,7 @@
 
 namespace sevrin::platform {
 
-// The identity of a mount in the mount table, without asking a server; 0 where the kernel (before
-// 5.8) does not tell.
+// The number of a mount in the mount table, without asking a server; 0 where nothing tells it.
 [[nodiscard]] int mountIdOf(int fd) noexcept;
 
 // The entry of the mount that the object behind `fd` is on. Nothing, with errno ENOENT, when it is

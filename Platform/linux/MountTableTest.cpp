@@ -1,0 +1,296 @@
+// What is mounted, on mounts of the tests' own.
+#include "Platform/MountTable.h"
+
+#include <gmock/gmock.h>
+#include <sys/mount.h>
+#include <sys/statfs.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "Platform/UniqueFd.h"
+#include "Platform/linux/TestMounts.h"
+
+namespace sevrin::platform {
+namespace {
+
+struct statfs recordOf(const std::string& path) {
+    struct statfs record {};
+    EXPECT_EQ(statfs(path.c_str(), &record), 0) << path << ": " << std::strerror(errno);
+    return record;
+}
+
+std::vector<struct statfs> allRecords(int mode = MNT_NOWAIT) {
+    const int count = getfsstat(nullptr, 0, mode);
+    EXPECT_GT(count, 0);
+    std::vector<struct statfs> records(static_cast<std::size_t>(count));
+    EXPECT_EQ(getfsstat(records.data(), records.size() * sizeof records[0], mode), count);
+    return records;
+}
+
+std::ptrdiff_t countAt(const std::vector<struct statfs>& records, const std::string& path) {
+    return std::count_if(records.begin(), records.end(),
+                         [&](const struct statfs& record) { return path == record.f_mntonname; });
+}
+
+bool isSameVolume(const struct statfs& a, const struct statfs& b) {
+    return std::memcmp(&a.f_fsid, &b.f_fsid, sizeof a.f_fsid) == 0;
+}
+
+TEST(MountTableTest, APathIsOnTheVolumeThatHoldsIt) {
+    SEVRIN_WITH_OWN_MOUNTS(([] {
+        const FileFolder folder;
+        const std::string place = mountTmpfs(folder, "place");
+        const std::string file = folder.file("place/inside", std::string(10000, 'x'));
+        struct ::statfs raw {};
+        ASSERT_EQ(::statfs(place.c_str(), &raw), 0);
+
+        const struct statfs record = recordOf(file);
+
+        EXPECT_STREQ(record.f_mntonname, place.c_str());
+        EXPECT_STREQ(record.f_mntfromname, "scratch");
+        EXPECT_STREQ(record.f_fstypename, "tmpfs");
+        EXPECT_EQ(record.f_bsize, raw.f_frsize);
+        EXPECT_EQ(record.f_blocks * record.f_bsize, 1024U * 1024U);
+        EXPECT_EQ(record.f_bfree, raw.f_bfree);
+        EXPECT_EQ(record.f_bavail, raw.f_bavail);
+        EXPECT_EQ(record.f_files, raw.f_files);
+        EXPECT_EQ(record.f_ffree, raw.f_ffree);
+        EXPECT_EQ(record.f_flags, MNT_LOCAL);
+    }));
+}
+
+TEST(MountTableTest, FlagsOfAMountAreThePlatforms) {
+    SEVRIN_WITH_OWN_MOUNTS(([] {
+        const FileFolder folder;
+        const std::array<std::pair<unsigned long, std::uint32_t>, 6> flags = {
+            {{MS_RDONLY, MNT_RDONLY},
+             {MS_NOSUID, MNT_NOSUID},
+             {MS_NODEV, MNT_NODEV},
+             {MS_NOEXEC, MNT_NOEXEC},
+             {MS_NOATIME, MNT_NOATIME},
+             {MS_SYNCHRONOUS, MNT_SYNCHRONOUS}}};
+
+        for (const auto& [raw, flag] : flags) {
+            const std::string place = mountTmpfs(folder, std::to_string(raw), raw);
+            EXPECT_EQ(recordOf(place).f_flags, MNT_LOCAL | flag) << raw;
+        }
+    }));
+}
+
+TEST(MountTableTest, ABindMountIsTheSameVolumeWithAPlaceAndFlagsOfItsOwn) {
+    SEVRIN_WITH_OWN_MOUNTS(([] {
+        const FileFolder folder;
+        const std::string place = mountTmpfs(folder, "place");
+        folder.folder("place/inner");
+        const std::string other = folder.folder("other");
+        ASSERT_EQ(::mount((place + "/inner").c_str(), other.c_str(), nullptr, MS_BIND, nullptr), 0);
+        ASSERT_EQ(
+            ::mount(nullptr, other.c_str(), nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr), 0);
+
+        EXPECT_STREQ(recordOf(other).f_mntonname, other.c_str());
+        EXPECT_TRUE(isSameVolume(recordOf(other), recordOf(place)));
+        EXPECT_EQ(recordOf(other).f_flags & MNT_RDONLY, MNT_RDONLY);
+        EXPECT_EQ(recordOf(place).f_flags & MNT_RDONLY, 0U);
+    }));
+}
+
+TEST(MountTableTest, TwoVolumesOfOneKindAreTwo) {
+    SEVRIN_WITH_OWN_MOUNTS(([] {
+        const FileFolder folder;
+
+        const struct statfs one = recordOf(mountTmpfs(folder, "one"));
+        const struct statfs other = recordOf(mountTmpfs(folder, "other"));
+
+        EXPECT_FALSE(isSameVolume(one, other));
+        EXPECT_FALSE(isSameVolume(one, recordOf("/proc")));
+    }));
+}
+
+TEST(MountTableTest, AnOverlayIsAnotherVolumeThanTheOneBelow) {
+    SEVRIN_WITH_OWN_MOUNTS(([] {
+        const FileFolder folder;
+        const std::string place = mountTmpfs(folder, "place");
+        for (const char* name : {"place/lower", "place/upper", "place/work", "merged"}) {
+            folder.folder(name);
+        }
+        const std::string options =
+            "lowerdir=" + place + "/lower,upperdir=" + place + "/upper,workdir=" + place + "/work";
+        if (::mount("overlay", folder.at("merged").c_str(), "overlay", 0, options.c_str()) != 0) {
+            GTEST_SKIP() << "no overlay here: " << std::strerror(errno);
+        }
+
+        EXPECT_FALSE(isSameVolume(recordOf(place), recordOf(folder.at("merged"))));
+        EXPECT_STREQ(recordOf(folder.at("merged")).f_fstypename, "overlay");
+    }));
+}
+
+TEST(MountTableTest, OddPathsOfMountPointsComeBackByteForByte) {
+    SEVRIN_WITH_OWN_MOUNTS(([] {
+        const FileFolder folder;
+        std::string deep = "deep";
+        folder.folder(deep);
+        for (int i = 0; i < 8; ++i)
+            folder.folder(deep += '/' + std::string(200, 'd'));
+
+        for (const std::string& name :
+             {std::string("a b\tc\nd\\040e"), std::string("\xff\xfe"), deep + "/end"}) {
+            const std::string place = mountTmpfs(folder, name);
+            EXPECT_EQ(recordOf(place).f_mntonname, place);
+            EXPECT_EQ(countAt(allRecords(), place), 1);
+        }
+    }));
+}
+
+TEST(MountTableTest, TheListHasEveryMountWithItsFigures) {
+    SEVRIN_WITH_OWN_MOUNTS(([] {
+        const FileFolder folder;
+        const std::string one = mountTmpfs(folder, "one");
+        const std::string other = mountTmpfs(folder, "other");
+
+        const std::vector<struct statfs> records = allRecords(MNT_WAIT);
+
+        EXPECT_EQ(countAt(records, "/"), 1);
+        for (const std::string& place : {one, other}) {
+            const auto found = std::find_if(
+                records.begin(), records.end(),
+                [&](const struct statfs& record) { return place == record.f_mntonname; });
+            ASSERT_NE(found, records.end());
+            EXPECT_EQ(found->f_blocks * found->f_bsize, 1024U * 1024U);
+            EXPECT_TRUE(isSameVolume(*found, recordOf(place)));
+        }
+    }));
+}
+
+TEST(MountTableTest, AMountUnderAnotherIsNotListed) {
+    SEVRIN_WITH_OWN_MOUNTS(([] {
+        const FileFolder folder;
+        const std::string place = mountTmpfs(folder, "place");
+        ASSERT_EQ(::mount("upper", place.c_str(), "tmpfs", 0, nullptr), 0);
+
+        const std::vector<struct statfs> records = allRecords();
+
+        EXPECT_EQ(countAt(records, place), 1);
+        EXPECT_STREQ(recordOf(place).f_mntfromname, "upper");
+    }));
+}
+
+TEST(MountTableTest, ABufferForFewGetsTheFirst) {
+    std::array<struct statfs, 2> records{};
+
+    EXPECT_EQ(getfsstat(records.data(), sizeof records[0], MNT_NOWAIT), 1);
+
+    EXPECT_EQ(records[1].f_mntonname[0], '\0');
+    EXPECT_NE(records[0].f_mntonname[0], '\0');
+}
+
+TEST(MountTableTest, AViewOfTheKernelIsNothingToBrowse) {
+    const struct statfs record = recordOf("/proc");
+
+    EXPECT_EQ(record.f_flags & MNT_DONTBROWSE, MNT_DONTBROWSE);
+    EXPECT_EQ(record.f_blocks, 0U);
+    EXPECT_EQ(recordOf("/").f_flags & (MNT_ROOTFS | MNT_DONTBROWSE), MNT_ROOTFS);
+}
+
+// A file system in user space whose server has gone answers nothing any more: what a network mount
+// does whose server is gone.
+std::string mountWithoutServer(const FileFolder& folder, unsigned user) {
+    const std::string place = folder.folder("stale");
+    const UniqueFd server(::open("/dev/fuse", O_RDWR | O_CLOEXEC));
+    const std::string options = "fd=" + std::to_string(server.get()) +
+                                ",rootmode=40000,user_id=" + std::to_string(user) + ",group_id=0";
+    const bool isMounted =
+        server && ::mount("gone", place.c_str(), "fuse.sevrin", 0, options.c_str()) == 0;
+    return isMounted ? place : "";
+}
+
+TEST(MountTableTest, AVolumeWhoseServerIsGoneIsListedWithoutFigures) {
+    SEVRIN_WITH_OWN_MOUNTS(([] {
+        const FileFolder folder;
+        const std::string place = mountWithoutServer(folder, ::geteuid());
+        if (place.empty()) GTEST_SKIP() << "no file systems in user space here";
+
+        const std::vector<struct statfs> records = allRecords();
+
+        const auto found =
+            std::find_if(records.begin(), records.end(),
+                         [&](const struct statfs& record) { return place == record.f_mntonname; });
+        ASSERT_NE(found, records.end());
+        EXPECT_EQ(found->f_blocks, 0U);
+        EXPECT_TRUE(found->f_fsid.val[0] != 0 || found->f_fsid.val[1] != 0);
+        struct statfs record {};
+        EXPECT_EQ(statfs(place.c_str(), &record), -1);
+        EXPECT_EQ(errno, ENOTCONN);
+    }));
+}
+
+TEST(MountTableTest, AVolumeOfAnotherUserNamesThatUser) {
+    SEVRIN_WITH_OWN_MOUNTS(([] {
+        const FileFolder folder;
+        const std::string place = mountWithoutServer(folder, ::geteuid() + 77);
+        if (place.empty()) GTEST_SKIP() << "no file systems in user space here";
+
+        const struct statfs record = recordOf(place);
+
+        EXPECT_EQ(record.f_owner, ::geteuid() + 77);
+        EXPECT_STREQ(record.f_fstypename, "fuse.sevrin");
+        EXPECT_EQ(countAt(allRecords(), place), 1);
+    }));
+}
+
+TEST(MountTableTest, WhatIsNotThereHasNoVolume) {
+    const FileFolder folder;
+    struct statfs record {};
+
+    EXPECT_EQ(statfs(folder.at("missing").c_str(), &record), -1);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(statfs((folder.file("a") + "/b").c_str(), &record), -1);
+    EXPECT_EQ(errno, ENOTDIR);
+    EXPECT_EQ(getfsstat(&record, sizeof record, 0), -1);
+    EXPECT_EQ(errno, EINVAL);
+}
+
+TEST(MountTableTest, UnmountingTakesTheVolumeAway) {
+    SEVRIN_WITH_OWN_MOUNTS(([] {
+        const FileFolder folder;
+        const std::string place = mountTmpfs(folder, "place");
+
+        EXPECT_EQ(unmount(place.c_str(), 0), 0);
+
+        EXPECT_EQ(countAt(allRecords(), place), 0);
+        EXPECT_EQ(unmount(place.c_str(), 0), -1);
+        EXPECT_EQ(errno, EINVAL);
+    }));
+}
+
+TEST(MountTableTest, AVolumeInUseIsUnmountedByForceAlone) {
+    SEVRIN_WITH_OWN_MOUNTS(([] {
+        const FileFolder folder;
+        const std::string place = mountTmpfs(folder, "place");
+        const UniqueFd file(::open(folder.file("place/a").c_str(), O_RDONLY | O_CLOEXEC));
+
+        EXPECT_EQ(unmount(place.c_str(), 0), -1);
+        EXPECT_EQ(errno, EBUSY);
+        EXPECT_EQ(countAt(allRecords(), place), 1);
+
+        EXPECT_EQ(unmount(place.c_str(), MNT_FORCE), 0);
+        EXPECT_EQ(countAt(allRecords(), place), 0);
+    }));
+}
+
+TEST(MountTableTest, UnmountingDoesNotFollowALink) {
+    SEVRIN_WITH_OWN_MOUNTS(([] {
+        const FileFolder folder;
+        const std::string place = mountTmpfs(folder, "place");
+        const std::string link = folder.link("link", "place");
+
+        EXPECT_EQ(unmount(link.c_str(), 0), -1);
+        EXPECT_EQ(unmount(place.c_str(), 0x1), -1);
+        EXPECT_EQ(errno, EINVAL);
+
+        EXPECT_EQ(countAt(allRecords(), place), 1);
+    }));
+}
+
+}  // namespace
+}  // namespace sevrin::platform
