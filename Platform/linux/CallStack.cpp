@@ -6,11 +6,9 @@
 // early or has a stray address in it.
 #include "Platform/CallStack.h"
 
-#include <execinfo.h>
 #include <pthread.h>
+#include <unwind.h>
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
 
 namespace sevrin::platform {
@@ -66,18 +64,32 @@ __attribute__((no_sanitize("address"))) std::size_t walkFrames(
     return count;
 }
 
-// Interprets the unwind tables: a hundred times slower, but it knows no limits.
+// Frames that the unwinder still passes over, and those it has taken.
+struct Unwinding {
+    std::size_t toSkip;
+    std::span<std::uintptr_t> out;
+    std::size_t count = 0;
+};
+
+_Unwind_Reason_Code takeFrame(_Unwind_Context* context, void* argument) noexcept {
+    auto& unwinding = *static_cast<Unwinding*>(argument);
+    if (unwinding.count == unwinding.out.size()) return _URC_NORMAL_STOP;
+    if (unwinding.toSkip > 0) {
+        --unwinding.toSkip;
+    } else {
+        unwinding.out[unwinding.count++] = _Unwind_GetIP(context);
+    }
+    return _URC_NO_REASON;
+}
+
+// Interprets the unwind tables: a hundred times slower, but it knows no limits. The C++ runtime's
+// own unwinder: what the C library offers would first load it a second time, which a signal handler
+// may not.
 [[gnu::noinline]] std::size_t unwindFrames(std::span<std::uintptr_t> out) noexcept {
     // This function, captureCallStack() and its caller come first.
-    constexpr std::size_t kOwnFrames = 3;
-    std::array<void*, kCallStackMax + kOwnFrames> frames;
-    const auto found =
-        static_cast<std::size_t>(::backtrace(frames.data(), static_cast<int>(frames.size())));
-    const std::size_t count = std::min(found > kOwnFrames ? found - kOwnFrames : 0, out.size());
-    std::transform(frames.begin() + kOwnFrames,
-                   frames.begin() + static_cast<std::ptrdiff_t>(kOwnFrames + count), out.begin(),
-                   [](void* frame) { return reinterpret_cast<std::uintptr_t>(frame); });
-    return count;
+    Unwinding unwinding{3, out};
+    _Unwind_Backtrace(takeFrame, &unwinding);
+    return unwinding.count;
 }
 
 }  // namespace
