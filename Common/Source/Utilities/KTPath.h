@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -132,6 +133,43 @@ public:
 
     // Bits of the number that holds a size of file here; 0 as above.
     [[nodiscard]] std::uint64_t fileSizeBits() const;
+
+    // --- Changes to the item. The path itself still names the place that it named. All but the
+    // last raise an SVException named "IO" with the details "Path" and, as said, one more.
+
+    // Moves the item to `directory` (its own when there is none) under `name` (its own); `target`
+    // is a path, relative to the item's directory unless it begins with "/". Gives the path of
+    // where the item is now. Overwriting replaces what is there as far as one rename can, within
+    // the volume ("cannot rename filesystem object", "to"); else nothing may be there, and the item
+    // may get to another volume ("cannot move item", "target").
+    KTPathPtr moveToDirectoryWithNameOverwriting(std::optional<std::string_view> directory,
+                                                 std::optional<std::string_view> name,
+                                                 bool overwriting) const;
+    KTPathPtr moveToOverwriting(std::string_view target, bool overwriting) const;
+
+    // The same for a copy of the item, with all that is in it. Overwriting removes first what is
+    // there ("cannot overwrite item", "target"), unless the item itself would go with it; a failed
+    // copy is "cannot copy item". `clone` makes no difference.
+    KTPathPtr copyToDirectoryWithNameOverwriting(std::optional<std::string_view> directory,
+                                                 std::optional<std::string_view> name,
+                                                 bool overwriting) const;
+    KTPathPtr copyToDirectoryWithNameOverwritingClone(std::optional<std::string_view> directory,
+                                                      std::optional<std::string_view> name,
+                                                      bool overwriting, bool clone) const;
+    KTPathPtr copyToOverwriting(std::string_view target, bool overwriting) const;
+    KTPathPtr copyToOverwritingClone(std::string_view target, bool overwriting, bool clone) const;
+
+    // Removes the item, with all that is in it; the first one only answers whether it is gone, the
+    // second one raises "cannot delete item".
+    bool tryToDeleteFile() const;
+    void deleteFile() const;
+
+    // Exchanges the item with another one of the volume: see PathSwap.h ("cannot exchange files",
+    // "API", "with").
+    void swapWith(const KTPath& other) const;
+
+    // Sets the times of access and modification to now, where that is possible.
+    void touch() const;
 
     // --- What is kept.
 

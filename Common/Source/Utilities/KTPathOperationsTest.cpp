@@ -1,0 +1,351 @@
+// Tests of what a path does to its item.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "Common/Source/Utilities/KTPath.h"
+#include "Common/Source/Utilities/KTSubPath.h"
+#include "Common/Source/Utilities/SVException.h"
+#include "Platform/TestFolder.h"
+
+namespace sevrin {
+namespace {
+
+using platform::TestFolder;
+using platform::Value;
+
+KTPathPtr pathIn(const TestFolder& folder, std::string_view name) {
+    return KTPath::pathWithPath(folder / name);
+}
+
+// What `work` raises.
+std::optional<SVException> raisedBy(const std::function<void()>& work) {
+    try {
+        work();
+    } catch (const SVException& exception) {
+        return exception;
+    }
+    return std::nullopt;
+}
+
+// Expects an exception "IO" with the reason and the path, and gives its details.
+platform::Dictionary detailsOf(const std::function<void()>& work, std::string_view reason,
+                               const std::string& path) {
+    const std::optional<SVException> raised = raisedBy(work);
+    if (!raised) {
+        ADD_FAILURE() << "nothing was raised";
+        return {};
+    }
+    EXPECT_EQ(raised->name(), "IO");
+    EXPECT_EQ(raised->reason(), reason);
+    EXPECT_EQ(*raised->details().find("Path"), Value(path));
+    return raised->details();
+}
+
+// --- Moving.
+
+TEST(KTPathOperationsTest, ANameAloneRenamesTheItemInItsDirectory) {
+    const TestFolder folder;
+    folder.write("a", "content");
+
+    const KTPathPtr moved = pathIn(folder, "a")->moveToOverwriting("b", false);
+
+    EXPECT_EQ(moved->path(), folder / "b");
+    EXPECT_EQ(folder.read("b"), "content");
+    EXPECT_FALSE(folder.has("a"));
+}
+
+TEST(KTPathOperationsTest, ATargetIsRelativeToTheDirectoryOfTheItemAndStandardized) {
+    const TestFolder folder;
+    folder.makeFolder("sub");
+    folder.write("sub/a");
+    folder.write("c");
+
+    EXPECT_EQ(pathIn(folder, "sub/a")->moveToOverwriting(".././/b/", true)->path(), folder / "b");
+    EXPECT_EQ(pathIn(folder, "c")->moveToOverwriting(folder / "sub/./../d", true)->path(),
+              folder / "d");
+    EXPECT_TRUE(folder.has("b"));
+    EXPECT_TRUE(folder.has("d"));
+}
+
+TEST(KTPathOperationsTest, ATildeInsideATargetIsAName) {
+    const TestFolder folder;
+    folder.write("a");
+
+    EXPECT_EQ(pathIn(folder, "a")->moveToOverwriting("~", false)->path(), folder / "~");
+    EXPECT_TRUE(folder.has("~"));
+}
+
+TEST(KTPathOperationsTest, DirectoryAndNameDefaultToTheItemsOwn) {
+    const TestFolder folder;
+    folder.makeFolder("to");
+    folder.write("a");
+
+    EXPECT_EQ(pathIn(folder, "a")
+                  ->moveToDirectoryWithNameOverwriting(folder / "to/", std::nullopt, false)
+                  ->path(),
+              folder / "to/a");
+    EXPECT_EQ(
+        pathIn(folder, "to/a")->moveToDirectoryWithNameOverwriting(std::nullopt, "b", true)->path(),
+        folder / "to/b");
+    EXPECT_TRUE(folder.has("to/b"));
+}
+
+TEST(KTPathOperationsTest, APathWithinAParentMovesByItsParent) {
+    const TestFolder folder;
+    folder.write("a");
+    const KTPathPtr parent = KTPath::pathWithPath(folder.path());
+    const KTPathPtr item = KTSubPath::initAssumingCNameParentPath(makeCString("a"), parent);
+
+    EXPECT_EQ(item->moveToOverwriting("b", false)->path(), folder / "b");
+    EXPECT_TRUE(folder.has("b"));
+}
+
+TEST(KTPathOperationsTest, MovingWithoutOverwritingRefusesAndLeavesBoth) {
+    const TestFolder folder;
+    folder.write("a", "a");
+    folder.write("b", "b");
+
+    const auto details = detailsOf([&] { pathIn(folder, "a")->moveToOverwriting("b", false); },
+                                   "cannot move item", folder / "a");
+
+    EXPECT_EQ(*details.find("target"), Value(folder / "b"));
+    EXPECT_EQ(*details.find("POSIXErr"), Value(EEXIST));
+    EXPECT_EQ(folder.read("a"), "a");
+    EXPECT_EQ(folder.read("b"), "b");
+}
+
+TEST(KTPathOperationsTest, MovingWithOverwritingReplacesAFile) {
+    const TestFolder folder;
+    folder.write("a", "a");
+    folder.write("b", "b");
+
+    pathIn(folder, "a")->moveToOverwriting("b", true);
+
+    EXPECT_EQ(folder.read("b"), "a");
+    EXPECT_FALSE(folder.has("a"));
+}
+
+TEST(KTPathOperationsTest, WhatARenameCannotReplaceStays) {
+    const TestFolder folder;
+    folder.write("a", "a");
+    folder.makeFolder("b");
+
+    const auto details = detailsOf([&] { pathIn(folder, "a")->moveToOverwriting("b", true); },
+                                   "cannot rename filesystem object", folder / "a");
+
+    EXPECT_EQ(*details.find("to"), Value(folder / "b"));
+    EXPECT_EQ(*details.find("POSIXErr"), Value(EISDIR));
+    EXPECT_EQ(folder.read("a"), "a");
+}
+
+TEST(KTPathOperationsTest, MovingGetsToAnotherVolumeUnlessItOverwrites) {
+    const TestFolder folder;
+    struct stat other {};
+    if (::stat("/dev/shm", &other) != 0 || other.st_dev == folder.attributes("").st_dev)
+        GTEST_SKIP() << "no second volume";
+    const TestFolder there("/dev/shm");
+    folder.makeFolder("a");
+    folder.write("a/file", "content");
+
+    const auto details =
+        detailsOf([&] { pathIn(folder, "a")->moveToOverwriting(there / "b", true); },
+                  "cannot rename filesystem object", folder / "a");
+    EXPECT_EQ(*details.find("POSIXErr"), Value(EXDEV));
+
+    EXPECT_EQ(pathIn(folder, "a")->moveToOverwriting(there / "b", false)->path(), there / "b");
+    EXPECT_EQ(there.read("b/file"), "content");
+    EXPECT_FALSE(folder.has("a"));
+}
+
+// --- Copying.
+
+TEST(KTPathOperationsTest, CloningMakesNoDifference) {
+    const TestFolder folder;
+    folder.makeFolder("a");
+    folder.write("a/file", "content");
+
+    for (const bool clone : {true, false}) {
+        const std::string name = clone ? "b" : "c";
+        EXPECT_EQ(pathIn(folder, "a")->copyToOverwritingClone(name, false, clone)->path(),
+                  folder / name);
+        EXPECT_EQ(folder.read(name + "/file"), "content");
+    }
+    EXPECT_EQ(pathIn(folder, "a")->copyToOverwriting("d", false)->path(), folder / "d");
+    EXPECT_EQ(pathIn(folder, "a/file")
+                  ->copyToDirectoryWithNameOverwriting(folder.path(), std::nullopt, false)
+                  ->path(),
+              folder / "file");
+    EXPECT_EQ(pathIn(folder, "file")
+                  ->copyToDirectoryWithNameOverwritingClone(std::nullopt, "g", false, false)
+                  ->path(),
+              folder / "g");
+    EXPECT_EQ(folder.read("g"), "content");
+    EXPECT_TRUE(folder.has("a"));
+}
+
+TEST(KTPathOperationsTest, CopyingOntoSomethingNeedsOverwriting) {
+    const TestFolder folder;
+    folder.write("a", "a");
+    folder.write("b", "b");
+
+    const auto details = detailsOf([&] { pathIn(folder, "a")->copyToOverwriting("b", false); },
+                                   "cannot copy item", folder / "a");
+
+    EXPECT_EQ(*details.find("target"), Value(folder / "b"));
+    EXPECT_EQ(folder.read("b"), "b");
+}
+
+TEST(KTPathOperationsTest, OverwritingADirectoryRemovesItFirst) {
+    const TestFolder folder;
+    folder.makeFolder("a");
+    folder.write("a/new");
+    folder.makeFolder("b");
+    folder.write("b/old");
+
+    pathIn(folder, "a")->copyToOverwriting("b", true);
+
+    EXPECT_TRUE(folder.has("b/new"));
+    EXPECT_FALSE(folder.has("b/old"));
+    EXPECT_TRUE(folder.has("a/new"));
+}
+
+TEST(KTPathOperationsTest, OverwritingALinkLeavesWhatItLeadsTo) {
+    const TestFolder folder;
+    folder.write("a", "a");
+    folder.write("target", "target");
+    folder.makeLink("target", "link");
+
+    pathIn(folder, "a")->copyToOverwriting("link", true);
+
+    EXPECT_TRUE(S_ISREG(folder.attributes("link").st_mode));
+    EXPECT_EQ(folder.read("target"), "target");
+}
+
+TEST(KTPathOperationsTest, ADanglingLinkAtTheTargetIsNoItemToOverwrite) {
+    const TestFolder folder;
+    folder.write("a", "a");
+    folder.makeLink("nowhere", "link");
+
+    detailsOf([&] { pathIn(folder, "a")->copyToOverwriting("link", true); }, "cannot copy item",
+              folder / "a");
+
+    EXPECT_TRUE(S_ISLNK(folder.attributes("link").st_mode));
+}
+
+TEST(KTPathOperationsTest, AnItemIsNotRemovedToBeReplacedByItsOwnCopy) {
+    const TestFolder folder;
+    folder.makeFolder("a");
+    folder.write("a/file", "content");
+    folder.makeLink("a", "link");
+
+    for (const char* target : {"file", "../a/file", "../link/file", "../a", ".."}) {
+        detailsOf([&] { pathIn(folder, "a/file")->copyToOverwriting(target, true); },
+                  "cannot overwrite item", folder / "a/file");
+    }
+
+    EXPECT_EQ(folder.read("a/file"), "content");
+}
+
+TEST(KTPathOperationsTest, CopyingNothingLeavesNothing) {
+    const TestFolder folder;
+
+    const auto details = detailsOf([&] { pathIn(folder, "none")->copyToOverwriting("b", true); },
+                                   "cannot copy item", folder / "none");
+
+    EXPECT_EQ(*details.find("POSIXErr"), Value(ENOENT));
+    EXPECT_FALSE(folder.has("b"));
+}
+
+// --- Deleting and touching.
+
+TEST(KTPathOperationsTest, DeletingTakesAFolderWithAllInIt) {
+    const TestFolder folder;
+    folder.makeFolder("a");
+    folder.write("a/file");
+    folder.write("b");
+
+    pathIn(folder, "a")->deleteFile();
+
+    EXPECT_FALSE(folder.has("a"));
+    EXPECT_TRUE(pathIn(folder, "b")->tryToDeleteFile());
+    EXPECT_FALSE(folder.has("b"));
+}
+
+TEST(KTPathOperationsTest, DeletingNothingIsRaisedUnlessItWasOnlyTried) {
+    const TestFolder folder;
+    const KTPathPtr path = pathIn(folder, "none");
+
+    EXPECT_FALSE(path->tryToDeleteFile());
+    const auto details =
+        detailsOf([&] { path->deleteFile(); }, "cannot delete item", folder / "none");
+    EXPECT_EQ(*details.find("POSIXErr"), Value(ENOENT));
+}
+
+TEST(KTPathOperationsTest, DeletingALinkLeavesWhatItLeadsTo) {
+    const TestFolder folder;
+    folder.makeFolder("a");
+    folder.write("a/file");
+    folder.makeLink("a", "link");
+
+    pathIn(folder, "link")->deleteFile();
+
+    EXPECT_TRUE(folder.has("a/file"));
+    EXPECT_FALSE(folder.has("link"));
+}
+
+TEST(KTPathOperationsTest, TouchingSetsTheTimesAndReportsNothing) {
+    const TestFolder folder;
+    const std::string file = folder.write("a");
+    const timespec old[2] = {{1000, 0}, {1000, 0}};
+    ::utimensat(AT_FDCWD, file.c_str(), old, 0);
+
+    KTPath::pathWithPath(file)->touch();
+    pathIn(folder, "none")->touch();
+
+    EXPECT_GT(folder.attributes("a").st_mtime, 1000);
+    EXPECT_GT(folder.attributes("a").st_atime, 1000);
+    EXPECT_FALSE(folder.has("none"));
+}
+
+TEST(KTPathOperationsTest, NamesThatAreNoTextAreMovedAndDeleted) {
+    const TestFolder folder;
+    const std::string name = "-\xff\n\x01" + std::string(200, 'n');
+    folder.write(name, "content");
+
+    const KTPathPtr moved = pathIn(folder, name)->moveToOverwriting("\xfe\n", false);
+    const KTPathPtr copied = moved->copyToOverwriting(name, false);
+
+    EXPECT_EQ(folder.read(name), "content");
+    moved->deleteFile();
+    copied->deleteFile();
+    EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
+}
+
+TEST(KTPathOperationsTest, ALongPathIsMovedCopiedAndDeleted) {
+    const TestFolder folder;
+    std::string deep = folder / "a";
+    while (deep.size() < 3800)
+        deep += "/" + std::string(100, 'd');
+    std::filesystem::create_directories(deep);
+    const KTPathPtr path = KTPath::pathWithPath(deep + "/file");
+    ASSERT_FALSE(path->exists());
+    std::fclose(std::fopen(path->cPath(), "w"));
+
+    const KTPathPtr moved = path->moveToOverwriting("moved", true);
+    const KTPathPtr copied = moved->copyToOverwriting("copied", false);
+
+    EXPECT_TRUE(moved->exists());
+    EXPECT_TRUE(copied->exists());
+    KTPath::pathWithPath(folder / "a")->deleteFile();
+    EXPECT_FALSE(folder.has("a"));
+}
+
+}  // namespace
+}  // namespace sevrin
