@@ -27,13 +27,13 @@ struct Bare {
     std::size_t count;
 };
 
-[[noreturn, gnu::noinline]] void failBarely() {
+[[gnu::noinline]] void failBarely() {
     Bare bare;
     bare.count = platform::captureCallStack(bare.addresses);
     throw bare;
 }
 
-[[noreturn, gnu::noinline]] void failRichly() {
+[[gnu::noinline]] void failRichly() {
     SVException::exceptionWithNameReason("IO", "cannot delete item")
         .setDecimalDetailKey(13, "POSIXErr")
         .setDetailKey("Permission denied", "ErrDescription")
@@ -41,19 +41,28 @@ struct Bare {
         .raise();
 }
 
-// Through so many frames; something is left to do in each, so that none is left out.
-template <void (*fail)()>
-[[gnu::noinline]] int descend(std::int64_t frames) {
-    if (frames <= 1) fail();
-    const int result = descend<fail>(frames - 1);
+// Fails below so many frames; something is left to do in each, so that none is left out.
+[[gnu::noinline]] int descend(std::int64_t frames, void (*fail)()) {
+    if (frames <= 1) {
+        fail();
+        return 0;
+    }
+    const int result = descend(frames - 1, fail);
     benchmark::DoNotOptimize(result);
     return result + 1;
+}
+
+// Keeps the compiler from knowing what is called.
+template <typename Pointer>
+Pointer unknown(Pointer pointer) {
+    benchmark::DoNotOptimize(pointer);
+    return pointer;
 }
 
 void throwingBarely(benchmark::State& state) {
     for (auto _ : state) {
         try {
-            descend<failBarely>(state.range(0));
+            descend(state.range(0), unknown(&failBarely));
         } catch (const Bare& bare) {
             benchmark::DoNotOptimize(bare.count);
         }
@@ -64,7 +73,7 @@ BENCHMARK(throwingBarely)->Arg(kFewFrames)->Arg(kManyFrames);
 void raisingAnException(benchmark::State& state) {
     for (auto _ : state) {
         try {
-            descend<failRichly>(state.range(0));
+            descend(state.range(0), unknown(&failRichly));
         } catch (const SVException& exception) {
             benchmark::DoNotOptimize(exception.details().size());
         }
@@ -98,7 +107,7 @@ private:
 
 SVException failure() {
     try {
-        descend<failRichly>(kManyFrames);
+        descend(kManyFrames, unknown(&failRichly));
     } catch (const SVException& exception) {
         return exception;
     }
