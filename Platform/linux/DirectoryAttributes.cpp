@@ -34,10 +34,7 @@ int failWith(int error) noexcept {
 class EntryPacker {
 public:
     EntryPacker(int dirfd, const AttributeRequest& request, bool packsAll) noexcept
-        : dirfd_(dirfd), request_(request), packsAll_(packsAll) {
-        if (wants(ATTR_CMN_USERACCESS)) access_.emplace(dirfd);
-        if (wants(ATTR_CMN_FSID)) identity_ = identityOfFileSystem(dirfd);
-    }
+        : dirfd_(dirfd), request_(request), packsAll_(packsAll) {}
 
     // The most bytes before the texts that a record can have.
     [[nodiscard]] std::size_t fixedSizeMax() const noexcept {
@@ -78,7 +75,7 @@ private:
             return true;
         }
         facts_.known = knownFromStatx(facts_.stat);
-        if (access_) facts_.userAccess = access_->of(dirfd_, entry.name(), facts_.stat);
+        if (wants(ATTR_CMN_USERACCESS)) learnAccess(entry);
         if (wants(ATTR_CMN_FSID)) learnIdentity(entry.name());
         if (packsAll_ && !request_.returnsSet()) learnEntryCount(entry.name());
         return true;
@@ -100,7 +97,15 @@ private:
         if (mode != 0) facts_.known.commonattr |= ATTR_CMN_OBJTYPE;
     }
 
+    // What concerns the caller and the volume is found out for the first entry: the call that meets
+    // the end of the directory has none.
+    void learnAccess(const DirectoryEntry& entry) noexcept {
+        if (!access_) access_.emplace(dirfd_);
+        facts_.userAccess = access_->of(dirfd_, entry.name(), facts_.stat);
+    }
+
     void learnIdentity(const char* name) noexcept {
+        if (!identity_) identity_ = identityOfFileSystem(dirfd_);
         std::optional<fsid_t> identity = identity_;
         if ((facts_.stat.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0) {
             const UniqueFd root(::openat(dirfd_, name, O_PATH | O_NOFOLLOW | O_CLOEXEC));
@@ -187,14 +192,23 @@ int packEntries(int dirfd, EntryPacker& packer, std::byte* buffer, std::size_t s
     // The shortest name makes the most of its record: so much room each entry's record needs at
     // most for the bytes that the entry takes itself.
     const std::size_t recordSizeMax = packer.fixedSizeMax() + 8;
-    progress.position = ::lseek(dirfd, 0, SEEK_CUR);
-    if (progress.position < 0) return errno == ESPIPE ? ENOTDIR : errno;
+    // Only where the very first entry may not fit can it be this position that is gone back to. It
+    // is not asked for otherwise: some file systems begin a directory anew after any seek.
+    if (size < packer.fixedSizeMax() + kEntrySizeMax) {
+        progress.position = ::lseek(dirfd, 0, SEEK_CUR);
+        if (progress.position < 0) return errno == ESPIPE ? ENOTDIR : errno;
+    }
     while (!progress.isFull && progress.count < countMax) {
         const std::size_t fitting = std::min<std::size_t>((size - progress.used) / recordSizeMax,
                                                           countMax - progress.count);
-        const std::size_t portion = std::min(fitting * kEntrySizeMin, kNamesSizeMax);
-        if (progress.count > 0 && portion < kEntrySizeMax) break;
-        const long read = readEntries(dirfd, names.data(), std::max(portion, kEntrySizeMax));
+        std::size_t portion = std::min(fitting * kEntrySizeMin, kNamesSizeMax);
+        if (progress.count == 0) {
+            portion = std::max(portion, kEntrySizeMax);
+        } else if (portion < kEntrySizeCommon) {
+            break;
+        }
+        const long read = readEntries(dirfd, names.data(), portion);
+        // A name too long for the portion is left to the next call.
         if (read < 0 && progress.count == 0) return errno;
         progress.hasEnded = read == 0;
         if (read <= 0) break;
@@ -203,7 +217,7 @@ int packEntries(int dirfd, EntryPacker& packer, std::byte* buffer, std::size_t s
     }
     if (progress.isFull) {
         if (::lseek(dirfd, progress.position, SEEK_SET) < 0) return errno;
-        if (progress.count == 0 && countMax > 0) return ERANGE;
+        if (progress.count == 0) return ERANGE;
     }
     return 0;
 }

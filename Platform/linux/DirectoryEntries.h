@@ -24,9 +24,12 @@ struct DirectoryEntry {
     }
 };
 
-// The size of the record of the shortest and of the longest name.
+// The size of the record of the shortest name, of the longest that most file systems have (255
+// bytes), and of the longest that there is (of 255 UTF-16 units, or of a file system in user
+// space).
 inline constexpr std::size_t kEntrySizeMin = 24;
-inline constexpr std::size_t kEntrySizeMax = 280;
+inline constexpr std::size_t kEntrySizeCommon = 280;
+inline constexpr std::size_t kEntrySizeMax = 1048;
 
 // Bytes of entries read, 0 at the end, -1 with errno.
 [[nodiscard]] inline long readEntries(int dirfd, std::byte* buffer, std::size_t size) noexcept {

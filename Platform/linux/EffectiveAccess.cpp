@@ -49,7 +49,6 @@ EffectiveAccess::EffectiveAccess(int fd) noexcept : user_(::geteuid()), group_(:
     const std::uint32_t capabilities = effectiveCapabilities();
     overridesModes_ = (capabilities & (1U << CAP_DAC_OVERRIDE)) != 0;
     readsEverything_ = (capabilities & (1U << CAP_DAC_READ_SEARCH)) != 0;
-    isInUserNamespace_ = (overridesModes_ || readsEverything_) && isOutsideInitialUserNamespace();
     struct statvfs mount {};
     if (::fstatvfs(fd, &mount) == 0) {
         isReadOnly_ = (mount.f_flag & ST_RDONLY) != 0;
@@ -59,26 +58,45 @@ EffectiveAccess::EffectiveAccess(int fd) noexcept : user_(::geteuid()), group_(:
 
 std::uint32_t EffectiveAccess::of(int dirfd, const char* name, const struct statx& stat) noexcept {
     const bool isOnOtherMount = *name != '\0' && (stat.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
-    if (isInUserNamespace_ || isOnOtherMount) return askKernel(dirfd, name);
+    if (isOnOtherMount) return askKernel(dirfd, name);
     const std::uint32_t mode = stat.stx_mode;
-    const bool isDirectory = S_ISDIR(mode);
+    const std::uint32_t privileged = rightsOfPrivilege(mode);
     std::uint32_t rights = mode & kAll;
-    if (overridesModes_) {
-        rights = R_OK | W_OK | (isDirectory || (mode & 0111U) != 0 ? X_OK : 0);
-    } else if (user_ == stat.stx_uid) {
+    if (user_ == stat.stx_uid) {
         rights = mode >> 6 & kAll;
+    } else if (overridesModes_) {
+        rights = 0;  // what the classes grant beside adds nothing
     } else if ((mode & S_IRWXG) != 0 && !S_ISLNK(mode) && mayHaveAcl(dirfd, name)) {
         // Without a right in the group's bits, the mask of a list, the kernel looks at none either.
         return askKernel(dirfd, name);
     } else if (isInGroup(stat.stx_gid)) {
         rights = mode >> 3 & kAll;
     }
-    if (readsEverything_) rights |= isDirectory ? R_OK | X_OK : R_OK;
-    const bool isStored = S_ISREG(mode) || isDirectory || S_ISLNK(mode);
+    if ((privileged & ~rights) != 0) {
+        // Within a namespace a privilege reaches only some objects.
+        if (isInUserNamespace()) return askKernel(dirfd, name);
+        rights |= privileged;
+    }
+    const bool isStored = S_ISREG(mode) || S_ISDIR(mode) || S_ISLNK(mode);
     const bool isImmutable = (stat.stx_attributes & STATX_ATTR_IMMUTABLE) != 0;
     if ((isReadOnly_ && isStored) || isImmutable) rights &= ~std::uint32_t{W_OK};
     if (isNoExec_ && S_ISREG(mode)) rights &= ~std::uint32_t{X_OK};
     return rights;
+}
+
+// What the caller's privileges grant whatever the mode says.
+std::uint32_t EffectiveAccess::rightsOfPrivilege(std::uint32_t mode) const noexcept {
+    const bool isDirectory = S_ISDIR(mode);
+    std::uint32_t rights = 0;
+    if (overridesModes_) rights |= R_OK | W_OK | (isDirectory || (mode & 0111U) != 0 ? X_OK : 0);
+    if (readsEverything_) rights |= isDirectory ? R_OK | X_OK : R_OK;
+    return rights;
+}
+
+// Asked only once privileges matter: most objects are their owner's, who needs none.
+bool EffectiveAccess::isInUserNamespace() noexcept {
+    if (!isInUserNamespace_) isInUserNamespace_ = isOutsideInitialUserNamespace();
+    return *isInUserNamespace_;
 }
 
 bool EffectiveAccess::isInGroup(std::uint32_t group) noexcept {
