@@ -60,7 +60,9 @@ public:
     // Moves an item to where nothing may be (EEXIST). To another volume it is copied, with all that
     // it has (ENOTSUP when the volume cannot hold a user's extended attributes or access control
     // lists), written to the disk, and only then removed. When removing fails before anything is
-    // removed, the copy goes again; after that both stay, and the copy is complete.
+    // removed, the copy goes again; after that both stay, and the copy is complete. What came into
+    // the source, or was written there, after it had been copied is not removed: EBUSY. A name may
+    // change to other letters where the file system does not tell small ones from capitals.
     [[nodiscard]] NSErrorPtr moveItemAtPathToPath(std::string_view from, std::string_view to) const;
 
     // Copies an item, with all that is in it, to where nothing may be. The copy shares storage with

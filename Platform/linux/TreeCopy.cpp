@@ -29,8 +29,9 @@ constexpr mode_t kFileMode = 0600;
 
 class Copy {
 public:
-    Copy(const FileLocation& source, const FileLocation& target, AttributeLoss loss)
-        : source_(source), target_(target), loss_(loss) {}
+    Copy(const FileLocation& source, const FileLocation& target, AttributeLoss loss,
+         CopiedItems* copied)
+        : source_(source), target_(target), loss_(loss), copied_(copied) {}
 
     void run() {
         if (targetLiesInSource()) {
@@ -120,6 +121,7 @@ private:
         if (!content_.copy(source.get(), target.get(), attributes)) failAtTarget(targetName);
         if (!copyMetadata({source.get()}, {target.get()}, attributes, loss_))
             failAtTarget(targetName);
+        if (copied_) copied_->add(attributes);
         return true;
     }
 
@@ -143,6 +145,7 @@ private:
                           loss_)) {
             failAtTarget(targetName);
         }
+        if (copied_) copied_->add(attributes);
     }
 
     void enter(int sourceFolder, const char* name, int targetFolder, const char* targetName) {
@@ -251,6 +254,7 @@ private:
     const FileLocation& source_;
     const FileLocation& target_;
     const AttributeLoss loss_;
+    CopiedItems* const copied_;
     FolderChain from_;
     FolderChain to_;
     std::vector<Level> levels_;
@@ -261,8 +265,21 @@ private:
 
 }  // namespace
 
-void copyTree(const FileLocation& source, const FileLocation& target, AttributeLoss loss) {
-    Copy(source, target, loss).run();
+void CopiedItems::add(const struct stat& item) {
+    items_.try_emplace({item.st_dev, item.st_ino}, State{item.st_mtim, item.st_size});
+}
+
+bool CopiedItems::contains(const struct stat& item) const {
+    const auto found = items_.find({item.st_dev, item.st_ino});
+    if (found == items_.end()) return false;
+    const State& state = found->second;
+    return state.size == item.st_size && state.modified.tv_sec == item.st_mtim.tv_sec &&
+           state.modified.tv_nsec == item.st_mtim.tv_nsec;
+}
+
+void copyTree(const FileLocation& source, const FileLocation& target, AttributeLoss loss,
+              CopiedItems* copied) {
+    Copy(source, target, loss, copied).run();
 }
 
 }  // namespace sevrin::platform

@@ -2,6 +2,7 @@
 #include "Platform/linux/TreeMove.h"
 
 #include <fcntl.h>
+#include <strings.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -46,6 +47,23 @@ int renameExclusively(const FileLocation& source, const FileLocation& target) {
     return errno == EINVAL || errno == ENOSYS ? renameOntoPlaceholder(source, target) : -1;
 }
 
+// Whether both names are one name of one item, spelled in other letters, as file systems have it
+// that do not tell small letters from capitals.
+bool isSameName(const FileLocation& source, const FileLocation& target) {
+    struct stat folder {};
+    struct stat otherFolder {};
+    struct stat item {};
+    struct stat other {};
+    return ::strcasecmp(source.name.c_str(), target.name.c_str()) == 0 &&
+           ::fstat(source.folder.get(), &folder) == 0 &&
+           ::fstat(target.folder.get(), &otherFolder) == 0 &&
+           ::fstatat(source.folder.get(), source.name.c_str(), &item, AT_SYMLINK_NOFOLLOW) == 0 &&
+           ::fstatat(target.folder.get(), target.name.c_str(), &other, AT_SYMLINK_NOFOLLOW) == 0 &&
+           folder.st_dev == otherFolder.st_dev && folder.st_ino == otherFolder.st_ino &&
+           item.st_dev == other.st_dev && item.st_ino == other.st_ino &&
+           (item.st_nlink == 1 || S_ISDIR(item.st_mode)) && source.name != target.name;
+}
+
 // Has all that was written to the volume of the folder reach the disk.
 bool writeToDisk(int folder) {
     const UniqueFd readable(::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -62,7 +80,8 @@ void removeIgnoringFailures(const FileLocation& item) {
 }
 
 void moveAcross(const FileLocation& source, const FileLocation& target) {
-    copyTree(source, target, AttributeLoss::Refuse);
+    CopiedItems copied;
+    copyTree(source, target, AttributeLoss::Refuse, &copied);
     if (!writeToDisk(target.folder.get())) {
         const int error = errno;
         removeIgnoringFailures(target);
@@ -70,7 +89,8 @@ void moveAcross(const FileLocation& source, const FileLocation& target) {
     }
     std::uint64_t removed = 0;
     try {
-        removeTree(source, removed);
+        // What came or changed after it was copied is in no copy and must stay.
+        removeTree(source, removed, [&](const struct stat& item) { return copied.contains(item); });
     } catch (const FileFailure&) {
         if (removed == 0) removeIgnoringFailures(target);
         throw;
@@ -82,7 +102,12 @@ void moveAcross(const FileLocation& source, const FileLocation& target) {
 void moveTree(const FileLocation& source, const FileLocation& target) {
     if (renameExclusively(source, target) == 0) return;
     if (errno == EXDEV) return moveAcross(source, target);
-    throwFailure(errno == EEXIST ? target.path : source.path);
+    if (errno != EEXIST) throwFailure(source.path);
+    if (isSameName(source, target) && ::renameat(source.folder.get(), source.name.c_str(),
+                                                 target.folder.get(), target.name.c_str()) == 0) {
+        return;
+    }
+    throw FileFailure{EEXIST, target.path};
 }
 
 }  // namespace sevrin::platform

@@ -19,7 +19,9 @@ namespace {
 
 class Removal {
 public:
-    Removal(const FileLocation& item, std::uint64_t& removed) : item_(item), removed_(removed) {}
+    Removal(const FileLocation& item, std::uint64_t& removed,
+            const std::function<bool(const struct stat&)>& mayRemove)
+        : item_(item), removed_(removed), mayRemove_(mayRemove) {}
 
     void run() {
         if (!tryRemove(item_.folder.get(), item_.name.c_str(), false)) {
@@ -58,6 +60,7 @@ private:
     bool tryRemove(int folder, const char* name, bool mayBeGone) {
         constexpr int kChangesMax = 100;
         for (int i = 0; i < kChangesMax; ++i) {
+            if (mayRemove_) askAbout(folder, name);
             if (::unlinkat(folder, name, 0) == 0) {
                 ++removed_;
                 return true;
@@ -84,6 +87,15 @@ private:
         fail(name);
     }
 
+    void askAbout(int folder, const char* name) {
+        struct stat found {};
+        if (::fstatat(folder, name, &found, AT_SYMLINK_NOFOLLOW) != 0)
+            return;  // The next call says.
+        if (S_ISDIR(found.st_mode) || mayRemove_(found)) return;
+        errno = EBUSY;
+        fail(name);
+    }
+
     void enter(UniqueFd folder, const char* name) {
         struct statx found {};
         if (::statx(folder.get(), "", AT_EMPTY_PATH, STATX_TYPE, &found) != 0) fail(name);
@@ -107,14 +119,16 @@ private:
 
     const FileLocation& item_;
     std::uint64_t& removed_;
+    const std::function<bool(const struct stat&)>& mayRemove_;
     FolderChain chain_;
     std::vector<Level> levels_;
 };
 
 }  // namespace
 
-void removeTree(const FileLocation& item, std::uint64_t& removed) {
-    Removal(item, removed).run();
+void removeTree(const FileLocation& item, std::uint64_t& removed,
+                const std::function<bool(const struct stat&)>& mayRemove) {
+    Removal(item, removed, mayRemove).run();
 }
 
 }  // namespace sevrin::platform

@@ -1,7 +1,10 @@
 // Removing an item, with all that is in it when it is a folder.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <cstdint>
+#include <functional>
 
 #include "Platform/linux/FileLocation.h"
 
@@ -11,6 +14,10 @@ namespace sevrin::platform {
 // meanwhile is fine, as long as it is not the item itself. Stops at the first thing that cannot be
 // removed and throws FileFailure with its path; `removed` counts what is gone by then. A mounted
 // volume is not emptied, for its place could not be removed: EBUSY.
-void removeTree(const FileLocation& item, std::uint64_t& removed);
+//
+// `mayRemove`, when it is given, is asked about every item but folders; where it says no, that is a
+// failure too: EBUSY.
+void removeTree(const FileLocation& item, std::uint64_t& removed,
+                const std::function<bool(const struct stat&)>& mayRemove = nullptr);
 
 }  // namespace sevrin::platform
