@@ -1,5 +1,5 @@
-// Packing, in the order of the platform's bits. Each attribute is one line: the order of the lines
-// is the layout. A listing packs millions of records, so nothing here looks anything up.
+// Packing, in the order of the platform's bits. The order of the lines is the layout. A listing
+// packs millions of records, so nothing here looks anything up.
 #include "Platform/linux/AttributeRecord.h"
 
 #include <time.h>
@@ -80,9 +80,10 @@ public:
         if (value.data() == nullptr) return put(attrreference_t{});
         put(attrreference_t{static_cast<std::int32_t>(text_ - next_),
                             static_cast<std::uint32_t>(value.size() + 1)});
-        std::memcpy(text_, value.data(), value.size());
+        // The NUL and what aligns the next text lie in the last four bytes.
         const std::size_t size = textSizeOf(value);
-        std::memset(text_ + value.size(), 0, size - value.size());
+        std::memset(text_ + size - 4, 0, 4);
+        std::memcpy(text_, value.data(), value.size());
         text_ += size;
     }
 
@@ -102,9 +103,18 @@ private:
     std::byte* text_;
 };
 
-void writeRareTimesAndIds(RecordWriter& out, attrgroup_t set) noexcept {
-    if (set & ATTR_CMN_BKUPTIME) out.zero(16);
-    if (set & ATTR_CMN_FNDRINFO) out.zero(32);
+// What no file system here keeps has its place at most; neighbours are passed over together.
+constexpr attrgroup_t kForeignIds =
+    ATTR_CMN_OBJTAG | ATTR_CMN_OBJID | ATTR_CMN_OBJPERMANENTID | ATTR_CMN_PAROBJID;
+constexpr attrgroup_t kForeignInfo = ATTR_CMN_BKUPTIME | ATTR_CMN_FNDRINFO;
+constexpr attrgroup_t kForeignCounts = ATTR_CMN_GEN_COUNT | ATTR_CMN_DOCUMENT_ID;
+constexpr attrgroup_t kForeignOwners =
+    ATTR_CMN_EXTENDED_SECURITY | ATTR_CMN_UUID | ATTR_CMN_GRPUUID;
+constexpr attrgroup_t kEndOfGroup =
+    ATTR_CMN_PARENTID | ATTR_CMN_FULLPATH | ATTR_CMN_ADDEDTIME | ATTR_CMN_DATA_PROTECT_FLAGS;
+
+void writeZeros(RecordWriter& out, attrgroup_t set) noexcept {
+    if (set != 0) out.zero(sizeOfGroup(set, kCommonSizes));
 }
 
 // The upper half of the group, from the owner on.
@@ -114,17 +124,14 @@ void writeRights(RecordWriter& out, attrgroup_t set, const ObjectFacts& facts) n
     if (set & ATTR_CMN_GRPID) out.put(stat.stx_gid);
     if (set & ATTR_CMN_ACCESSMASK) out.put(std::uint32_t{stat.stx_mode});
     if (set & ATTR_CMN_FLAGS) out.put(fileFlags(stat, facts.name));
-    if (set & ATTR_CMN_GEN_COUNT) out.zero(4);
-    if (set & ATTR_CMN_DOCUMENT_ID) out.zero(4);
+    writeZeros(out, set & kForeignCounts);
     if (set & ATTR_CMN_USERACCESS) out.put(facts.userAccess);
-    if (set & ATTR_CMN_EXTENDED_SECURITY) out.text({});
-    if (set & ATTR_CMN_UUID) out.zero(16);
-    if (set & ATTR_CMN_GRPUUID) out.zero(16);
+    writeZeros(out, set & kForeignOwners);
     if (set & ATTR_CMN_FILEID) out.put(std::uint64_t{stat.stx_ino});
-    if (set & ATTR_CMN_PARENTID) out.zero(8);
+    if ((set & kEndOfGroup) == 0) return;
+    writeZeros(out, set & ATTR_CMN_PARENTID);
     if (set & ATTR_CMN_FULLPATH) out.text(facts.fullPath);
-    if (set & ATTR_CMN_ADDEDTIME) out.zero(16);
-    if (set & ATTR_CMN_DATA_PROTECT_FLAGS) out.zero(4);
+    writeZeros(out, set & (ATTR_CMN_ADDEDTIME | ATTR_CMN_DATA_PROTECT_FLAGS));
 }
 
 void writeCommon(RecordWriter& out, const RecordShape& shape, const ObjectFacts& facts) noexcept {
@@ -137,16 +144,13 @@ void writeCommon(RecordWriter& out, const RecordShape& shape, const ObjectFacts&
     if (set & ATTR_CMN_DEVID) out.put(deviceNumber(stat.stx_dev_major, stat.stx_dev_minor));
     if (set & ATTR_CMN_FSID) out.put(facts.fsid);
     if (set & ATTR_CMN_OBJTYPE) out.put(std::uint32_t{objectTypeOfMode(stat.stx_mode)});
-    if (set & ATTR_CMN_OBJTAG) out.zero(4);
-    if (set & ATTR_CMN_OBJID) out.zero(8);
-    if (set & ATTR_CMN_OBJPERMANENTID) out.zero(8);
-    if (set & ATTR_CMN_PAROBJID) out.zero(8);
+    writeZeros(out, set & kForeignIds);
     if (set & ATTR_CMN_SCRIPT) out.put(kUnicodeScript);
     if (set & ATTR_CMN_CRTIME) out.time(stat.stx_btime);
     if (set & ATTR_CMN_MODTIME) out.time(stat.stx_mtime);
     if (set & ATTR_CMN_CHGTIME) out.time(stat.stx_ctime);
     if (set & ATTR_CMN_ACCTIME) out.time(stat.stx_atime);
-    writeRareTimesAndIds(out, set);
+    writeZeros(out, set & kForeignInfo);
     writeRights(out, set, facts);
 }
 

@@ -32,6 +32,11 @@ bool isOutsideInitialUserNamespace() noexcept {
     return ::stat("/proc/self/ns/user", &space) != 0 || space.st_ino != kInitialUserNamespace;
 }
 
+// What CAP_DAC_OVERRIDE grants: everything but executing what nobody may execute.
+std::uint32_t rightsOfOverriding(std::uint32_t mode) noexcept {
+    return R_OK | W_OK | (S_ISDIR(mode) || (mode & 0111U) != 0 ? X_OK : 0);
+}
+
 std::uint32_t askKernel(int dirfd, const char* name) noexcept {
     const int flags = AT_EACCESS | AT_SYMLINK_NOFOLLOW | (*name == '\0' ? AT_EMPTY_PATH : 0);
     if (::faccessat(dirfd, name, R_OK | W_OK | X_OK, flags) == 0) return kAll;
@@ -45,10 +50,7 @@ std::uint32_t askKernel(int dirfd, const char* name) noexcept {
 
 }  // namespace
 
-EffectiveAccess::EffectiveAccess(int fd) noexcept : user_(::geteuid()), group_(::getegid()) {
-    const std::uint32_t capabilities = effectiveCapabilities();
-    overridesModes_ = (capabilities & (1U << CAP_DAC_OVERRIDE)) != 0;
-    readsEverything_ = (capabilities & (1U << CAP_DAC_READ_SEARCH)) != 0;
+EffectiveAccess::EffectiveAccess(int fd) noexcept : user_(::geteuid()) {
     struct statvfs mount {};
     if (::fstatvfs(fd, &mount) == 0) {
         isReadOnly_ = (mount.f_flag & ST_RDONLY) != 0;
@@ -60,11 +62,10 @@ std::uint32_t EffectiveAccess::of(int dirfd, const char* name, const struct stat
     const bool isOnOtherMount = *name != '\0' && (stat.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
     if (isOnOtherMount) return askKernel(dirfd, name);
     const std::uint32_t mode = stat.stx_mode;
-    const std::uint32_t privileged = rightsOfPrivilege(mode);
     std::uint32_t rights = mode & kAll;
     if (user_ == stat.stx_uid) {
         rights = mode >> 6 & kAll;
-    } else if (overridesModes_) {
+    } else if (hasPrivilege(CAP_DAC_OVERRIDE)) {
         rights = 0;  // what the classes grant beside adds nothing
     } else if ((mode & S_IRWXG) != 0 && !S_ISLNK(mode) && mayHaveAcl(dirfd, name)) {
         // Without a right in the group's bits, the mask of a list, the kernel looks at none either.
@@ -72,10 +73,13 @@ std::uint32_t EffectiveAccess::of(int dirfd, const char* name, const struct stat
     } else if (isInGroup(stat.stx_gid)) {
         rights = mode >> 3 & kAll;
     }
-    if ((privileged & ~rights) != 0) {
+    // Most objects are their owner's, whose rights no privilege could add to.
+    const std::uint32_t missing = rightsOfOverriding(mode) & ~rights;
+    if (missing != 0) {
+        const std::uint32_t added = missing & rightsOfPrivilege(mode);
         // Within a namespace a privilege reaches only some objects.
-        if (isInUserNamespace()) return askKernel(dirfd, name);
-        rights |= privileged;
+        if (added != 0 && isInUserNamespace()) return askKernel(dirfd, name);
+        rights |= added;
     }
     const bool isStored = S_ISREG(mode) || S_ISDIR(mode) || S_ISLNK(mode);
     const bool isImmutable = (stat.stx_attributes & STATX_ATTR_IMMUTABLE) != 0;
@@ -85,26 +89,27 @@ std::uint32_t EffectiveAccess::of(int dirfd, const char* name, const struct stat
 }
 
 // What the caller's privileges grant whatever the mode says.
-std::uint32_t EffectiveAccess::rightsOfPrivilege(std::uint32_t mode) const noexcept {
-    const bool isDirectory = S_ISDIR(mode);
-    std::uint32_t rights = 0;
-    if (overridesModes_) rights |= R_OK | W_OK | (isDirectory || (mode & 0111U) != 0 ? X_OK : 0);
-    if (readsEverything_) rights |= isDirectory ? R_OK | X_OK : R_OK;
-    return rights;
+std::uint32_t EffectiveAccess::rightsOfPrivilege(std::uint32_t mode) noexcept {
+    if (hasPrivilege(CAP_DAC_OVERRIDE)) return rightsOfOverriding(mode);
+    if (!hasPrivilege(CAP_DAC_READ_SEARCH)) return 0;
+    return S_ISDIR(mode) ? R_OK | X_OK : R_OK;
 }
 
-// Asked only once privileges matter: most objects are their owner's, who needs none.
+bool EffectiveAccess::hasPrivilege(unsigned number) noexcept {
+    if (!capabilities_) capabilities_ = effectiveCapabilities();
+    return (*capabilities_ & (1U << number)) != 0;
+}
+
 bool EffectiveAccess::isInUserNamespace() noexcept {
     if (!isInUserNamespace_) isInUserNamespace_ = isOutsideInitialUserNamespace();
     return *isInUserNamespace_;
 }
 
 bool EffectiveAccess::isInGroup(std::uint32_t group) noexcept {
-    if (group == group_) return true;
     // The objects of a directory mostly share one group.
     if (askedGroup_ != group) {
         askedGroup_ = group;
-        isInAskedGroup_ = ::group_member(group) != 0;
+        isInAskedGroup_ = group == ::getegid() || ::group_member(group) != 0;
     }
     return isInAskedGroup_;
 }

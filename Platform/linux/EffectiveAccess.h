@@ -23,20 +23,20 @@ public:
     [[nodiscard]] std::uint32_t of(int dirfd, const char* name, const struct statx& stat) noexcept;
 
 private:
-    [[nodiscard]] std::uint32_t rightsOfPrivilege(std::uint32_t mode) const noexcept;
+    [[nodiscard]] std::uint32_t rightsOfPrivilege(std::uint32_t mode) noexcept;
+    [[nodiscard]] bool hasPrivilege(unsigned number) noexcept;
     [[nodiscard]] bool isInUserNamespace() noexcept;
     [[nodiscard]] bool isInGroup(std::uint32_t group) noexcept;
     [[nodiscard]] bool mayHaveAcl(int dirfd, const char* name) noexcept;
 
     std::uint32_t user_;
-    std::uint32_t group_;
-    bool overridesModes_ = false;   // CAP_DAC_OVERRIDE
-    bool readsEverything_ = false;  // CAP_DAC_READ_SEARCH
     bool isReadOnly_ = false;
     bool isNoExec_ = false;
     bool hasNoAcls_ = false;
     bool isInAskedGroup_ = false;
     std::optional<std::uint32_t> askedGroup_;
+    // Found out once they matter.
+    std::optional<std::uint32_t> capabilities_;
     std::optional<bool> isInUserNamespace_;
 };
 
