@@ -1,10 +1,12 @@
 // What the copies of one exception share: its fields, its description, its archived form.
 #include "Platform/ExceptionObject.h"
 
+#include <array>
 #include <functional>
 #include <utility>
 
 #include "Platform/Assertion.h"
+#include "Platform/CallStack.h"
 #include "Platform/DeferredRelease.h"
 #include "Platform/NSException.h"
 
@@ -65,8 +67,15 @@ void ExceptionObject::setCallStackReturnAddresses(std::vector<std::uintptr_t> ad
     if (returnAddresses_.empty()) returnAddresses_ = std::move(addresses);
 }
 
+void ExceptionObject::recordCallStack() {
+    if (!returnAddresses_.empty()) return;
+    std::array<std::uintptr_t, kCallStackMax> addresses;
+    const std::size_t count = captureCallStack(addresses);
+    returnAddresses_.assign(addresses.begin(), addresses.begin() + count);
+}
+
 void ExceptionObject::throwHandle() {
-    throw NSException(shared_from_this());
+    throw NSException(*this);
 }
 
 // Of several threads that ask at once, one keeps its text; the others let theirs go.
@@ -87,6 +96,7 @@ const char* ExceptionObject::what() const noexcept {
 }
 
 void ExceptionObject::forgetDescription() noexcept {
+    if (description_.load(std::memory_order_relaxed) == nullptr) return;
     delete description_.exchange(nullptr, std::memory_order_acq_rel);
 }
 

@@ -56,8 +56,10 @@ public:
     [[nodiscard]] const std::vector<std::uintptr_t>& callStackReturnAddresses() const {
         return returnAddresses_;
     }
-    // Keeps the addresses, unless it has some.
+    // Keeps the addresses, unless it has some: those given, or those from the
+    // caller outward.
     void setCallStackReturnAddresses(std::vector<std::uintptr_t> addresses);
+    [[gnu::noinline]] void recordCallStack();
 
     // Throws the handle of this class on this object, which is how a caught handle has the right
     // type whatever the type of the one that raised it. Records nothing.

@@ -1,11 +1,9 @@
 // The handle of an exception: making one, and raising it.
 #include "Platform/NSException.h"
 
-#include <array>
 #include <utility>
 
 #include "Platform/Assertion.h"
-#include "Platform/CallStack.h"
 
 namespace sevrin::platform {
 
@@ -25,22 +23,14 @@ NSException::NSException(ExceptionObjectPtr object) : object_(std::move(object))
     SEVRIN_ASSERT(object_ != nullptr, "the handle of an exception has one");
 }
 
+NSException::NSException(ExceptionObject& object) : object_(object.shared_from_this()) {}
+
 NSException::~NSException() = default;
 
 std::optional<NSException> NSException::exceptionInValue(const Value& value) {
     ExceptionObjectPtr object = exceptionObjectOf(value);
     if (!object) return std::nullopt;
     return NSException(std::move(object));
-}
-
-void NSException::raise() const {
-    if (object_->callStackReturnAddresses().empty()) {
-        std::array<std::uintptr_t, kCallStackMax> addresses;
-        const std::size_t count = captureCallStack(addresses);
-        object_->setCallStackReturnAddresses({addresses.begin(), addresses.begin() + count});
-    }
-    object_->throwHandle();
-    std::terminate();  // Not reached; not every compiler sees that through a virtual call.
 }
 
 }  // namespace sevrin::platform

@@ -44,6 +44,8 @@ bool tellOSErr(SVExceptionObject& exception, std::int32_t number) {
 
 SVException::SVException(SVExceptionObjectPtr object) : NSException(std::move(object)) {}
 
+SVException::SVException(SVExceptionObject& object) : NSException(object) {}
+
 SVException SVException::exceptionWithNameReason(std::string_view name, std::string_view reason) {
     return SVException(std::make_shared<SVExceptionObject>(std::string(name), std::string(reason)));
 }

@@ -66,8 +66,9 @@ public:
                                                          std::string_view reason);
     [[nodiscard]] static SVException ioErrnoWithReason(std::string_view reason);
 
-    // The handle of an exception that is at hand as an object, which may not be nullptr.
+    // The handle of an exception that is at hand as an object: see NSException.
     explicit SVException(SVExceptionObjectPtr object);
+    explicit SVException(SVExceptionObject& object);
 
     // --- For all of them.
 

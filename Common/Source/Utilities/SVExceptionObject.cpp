@@ -72,7 +72,7 @@ LogClassification SVExceptionObject::preferredLogClass() const {
 }
 
 void SVExceptionObject::throwHandle() {
-    throw SVException(std::static_pointer_cast<SVExceptionObject>(shared_from_this()));
+    throw SVException(*this);
 }
 
 std::string SVExceptionObject::description() const {
