@@ -40,8 +40,9 @@ constexpr std::size_t kCopiedBytesMax = 15;
                              kInit, shown, reason);
 }
 
-// What is wrong with the outermost dictionary; empty when nothing is.
-std::string_view outerFault(const BinaryPropertyList& list) {
+}  // namespace
+
+std::string_view keyedArchiveFault(const BinaryPropertyList& list) {
     using Kind = BinaryPropertyList::Kind;
     const auto top = list.top();
     if (list.kind(top) != Kind::Dictionary) return "the top object is no dictionary";
@@ -67,8 +68,6 @@ std::string_view outerFault(const BinaryPropertyList& list) {
     return {};
 }
 
-}  // namespace
-
 Value NSKeyedUnarchiver::unarchiveObjectWithData(std::string_view data) {
     // Classes whose only mention may be in the archive.
     static_cast<void>(ExceptionObject::classObject());
@@ -87,7 +86,7 @@ Value NSKeyedUnarchiver::unarchiveObjectWithData(std::string_view data) {
     } catch (const PropertyListError& error) {
         raiseIncomprehensible(data, error.what());
     }
-    if (const std::string_view fault = outerFault(*list); !fault.empty()) {
+    if (const std::string_view fault = keyedArchiveFault(*list); !fault.empty()) {
         raiseIncomprehensible(data, fault);
     }
     return NSKeyedUnarchiver(*list).unarchive();

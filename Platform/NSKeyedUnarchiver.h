@@ -23,6 +23,10 @@
 
 namespace sevrin::platform {
 
+// What is wrong with the outermost dictionary of a property list that should be a keyed archive;
+// empty when nothing is. What lies within the objects is not looked at.
+[[nodiscard]] std::string_view keyedArchiveFault(const BinaryPropertyList& list);
+
 class NSKeyedUnarchiver final : public NSCoder {
 public:
     // The root object of an archive; null when it has none. Any class that is registered is

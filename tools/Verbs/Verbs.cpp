@@ -13,6 +13,7 @@ void addVerbs(CommandLine& commandLine) {
     addWait(commandLine);
     addPost(commandLine);
     addMonitor(commandLine);
+    addArchive(commandLine);
 }
 
 }  // namespace sevrin

@@ -5,6 +5,7 @@
 
 namespace sevrin {
 
+void addArchive(CommandLine& commandLine);
 void addBuild(CommandLine& commandLine);
 void addCall(CommandLine& commandLine);
 void addMonitor(CommandLine& commandLine);

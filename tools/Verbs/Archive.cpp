@@ -1,0 +1,112 @@
+// `switchboardctl archive`: shows, spells, makes and compares keyed archives. Asks no switchboard.
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+
+#include "tools/ArchiveGraph.h"
+#include "tools/ArchiveText.h"
+#include "tools/Verbs/Verbs.h"
+
+namespace sevrin {
+
+namespace {
+
+struct ArchiveOptions {
+    std::string action;
+    std::vector<std::string> files;
+};
+
+// All of a file; of standard input for "-".
+std::string contentOf(const std::string& file) {
+    if (file == "-") return {std::istreambuf_iterator<char>(std::cin), {}};
+    errno = 0;
+    std::ifstream stream(file, std::ios::binary);
+    std::string content(std::istreambuf_iterator<char>(stream), {});
+    // A folder can be opened, but not read.
+    if (!stream.is_open() || errno != 0) {
+        throw Failure(ExitStatus::No, file, std::strerror(errno));
+    }
+    return content;
+}
+
+ExitStatus makeArchive(const std::string& file) {
+    if (isOutputTerminal()) {
+        throw Failure(ExitStatus::Usage, "", "an archive is not for a terminal",
+                      "switchboardctl archive from-json FILE > ARCHIVE");
+    }
+    const Json json = Json::parse(contentOf(file), nullptr, false);
+    if (json.is_discarded()) throw ArchiveError("no JSON");
+    writeAnswer(archiveOfJson(json));
+    return ExitStatus::Done;
+}
+
+ExitStatus compareArchives(const Invocation& invocation, const ArchiveGraph& left,
+                           const ArchiveGraph& right) {
+    const std::vector<ArchiveDifference> differences = archiveDifferences(left, right);
+    for (const ArchiveDifference& difference : differences) {
+        Json record = newRecord();
+        record["path"] = difference.path;
+        if (!difference.left.empty()) record["left"] = difference.left;
+        if (!difference.right.empty()) record["right"] = difference.right;
+        const auto shown = [](const std::string& text) { return text.empty() ? "nothing" : text; };
+        invocation.answer(fmt::format("{}: {} -> {}", difference.path, shown(difference.left),
+                                      shown(difference.right)),
+                          record);
+    }
+    return differences.empty() ? ExitStatus::Done : ExitStatus::No;
+}
+
+ExitStatus runArchive(const Invocation& invocation, const ArchiveOptions& options) {
+    const std::size_t wanted = options.action == "diff" ? 2 : 1;
+    if (options.files.size() != wanted) {
+        throw Failure(
+            ExitStatus::Usage, "",
+            fmt::format("{} takes {}", options.action, wanted == 1 ? "one file" : "two files"),
+            "switchboardctl archive --help");
+    }
+    std::string file = options.files.front();
+    try {
+        if (options.action == "from-json") return makeArchive(file);
+        const ArchiveGraph graph(contentOf(file));
+        if (options.action == "show") {
+            const std::string tree = archiveTree(graph);
+            writeAnswer(tree);
+        } else if (options.action == "to-json") {
+            writeAnswer(lineOf(jsonOfArchive(graph)) + '\n');
+        } else {
+            file = options.files.back();
+            const ArchiveGraph other(contentOf(file));
+            return compareArchives(invocation, graph, other);
+        }
+        return ExitStatus::Done;
+    } catch (const ArchiveError& error) {
+        throw Failure(ExitStatus::No, file, error.what());
+    }
+}
+
+}  // namespace
+
+void addArchive(CommandLine& commandLine) {
+    const auto options = std::make_shared<ArchiveOptions>();
+    CLI::App& verb = commandLine.addVerb(
+        "archive", "Show, convert and compare keyed archives, whatever is in them",
+        "archive show failure.archive\narchive to-json failure.archive > failure.json\n"
+        "archive from-json failure.json > failure.archive\n"
+        "archive diff before.archive after.archive",
+        [options](const Invocation& invocation) { return runArchive(invocation, *options); });
+    verb.add_option("action", options->action, "show, to-json, from-json or diff")
+        ->type_name("")
+        ->required()
+        ->check(CLI::IsMember({"show", "to-json", "from-json", "diff"}));
+    verb.add_option("file", options->files, "The file, or - for standard input; two for diff")
+        ->type_name("FILE")
+        ->required()
+        ->expected(1, 2);
+}
+
+}  // namespace sevrin
