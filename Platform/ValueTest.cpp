@@ -317,5 +317,16 @@ TEST(SetTest, ContainsItsMembersOnly) {
     EXPECT_FALSE(set.contains("b"));
 }
 
+TEST(ValueTest, CopiesOfLongSharedTextShareIt) {
+    const std::string text(100, 'x');
+    const Value value = Value::sharedString(text);
+    const Value copy = value;
+
+    EXPECT_EQ(copy.ifString(), value.ifString());
+    EXPECT_EQ(value.kind(), Value::Kind::String);
+    EXPECT_EQ(value, Value(text));
+    EXPECT_EQ(Value::sharedString("short"), Value("short"));
+}
+
 }  // namespace
 }  // namespace sevrin::platform

@@ -4,8 +4,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <map>
-#include <optional>
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
@@ -126,6 +124,7 @@ private:
         std::stable_sort(right.begin(), right.end(), precedes);
         std::size_t inLeft = 0;
         std::size_t inRight = 0;
+        const std::size_t openBefore = open_.size();
         while (inLeft < left.size() || inRight < right.size()) {
             const bool hasLeft = inLeft < left.size();
             const bool hasRight = inRight < right.size();
@@ -144,6 +143,8 @@ private:
                     {ways_.text(ways_.add(way, child.label)), "", exactText(right_, child.item)});
             }
         }
+        // The first one is to be taken first.
+        std::reverse(open_.begin() + static_cast<std::ptrdiff_t>(openBefore), open_.end());
     }
 
     const ArchiveGraph& left_;

@@ -1,12 +1,10 @@
 // `switchboardctl archive`: shows, spells, makes and compares keyed archives. Asks no switchboard.
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <iostream>
-#include <iterator>
+#include <memory>
 
 #include "tools/ArchiveGraph.h"
 #include "tools/ArchiveText.h"
@@ -23,14 +21,17 @@ struct ArchiveOptions {
 
 // All of a file; of standard input for "-".
 std::string contentOf(const std::string& file) {
-    if (file == "-") return {std::istreambuf_iterator<char>(std::cin), {}};
-    errno = 0;
-    std::ifstream stream(file, std::ios::binary);
-    std::string content(std::istreambuf_iterator<char>(stream), {});
+    const bool isInput = file == "-";
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> opened(
+        isInput ? nullptr : std::fopen(file.c_str(), "rbe"), &std::fclose);
+    std::FILE* const stream = isInput ? stdin : opened.get();
+    if (stream == nullptr) throw Failure(ExitStatus::No, file, std::strerror(errno));
+    std::string content;
+    char chunk[1 << 16];
+    while (const std::size_t size = std::fread(chunk, 1, sizeof chunk, stream))
+        content.append(chunk, size);
     // A folder can be opened, but not read.
-    if (!stream.is_open() || errno != 0) {
-        throw Failure(ExitStatus::No, file, std::strerror(errno));
-    }
+    if (std::ferror(stream) != 0) throw Failure(ExitStatus::No, file, std::strerror(errno));
     return content;
 }
 

@@ -27,7 +27,7 @@ _switchboardctl_columns() {
 }
 
 _switchboardctl() {
-    local verbs='version build ping publish query call wait post monitor'
+    local verbs='version build ping publish query call wait post monitor archive'
     local verb='' option='' ended='' words=0 i word
 
     # What stands before the cursor: the verb, how many words follow it, and an option that still wants its value.
@@ -69,6 +69,11 @@ _switchboardctl() {
                 choices=$verbs
             elif [[ $verb == call && $words == 1 ]]; then
                 choices='version build barrier'
+            elif [[ $verb == archive && $words == 0 ]]; then
+                choices='show to-json from-json diff'
+            elif [[ $verb == archive ]]; then
+                mapfile -t COMPREPLY < <(compgen -f -- "$current")
+                return
             fi
             ;;
     esac

@@ -36,6 +36,17 @@ function __switchboardctl_question
     and test (count (__switchboardctl_words)) -eq 2
 end
 
+# Whether what to do with an archive comes next, or a file.
+function __switchboardctl_archive_action
+    __switchboardctl_verb archive
+    and test (count (__switchboardctl_words)) -eq 1
+end
+
+function __switchboardctl_archive_file
+    __switchboardctl_verb archive
+    and test (count (__switchboardctl_words)) -ge 2
+end
+
 # The columns given, appended to those that are typed already.
 function __switchboardctl_columns
     set -l typed (string match -r '.*,' -- (commandline -ct | string replace -r '^(--output=|-o)' ''))
@@ -53,7 +64,10 @@ complete -c switchboardctl -n __switchboardctl_no_verb -a call -d 'Ask a publish
 complete -c switchboardctl -n __switchboardctl_no_verb -a wait -d 'Wait until an identifier is published, or is not any more'
 complete -c switchboardctl -n __switchboardctl_no_verb -a post -d 'Post a notification'
 complete -c switchboardctl -n __switchboardctl_no_verb -a monitor -d 'Print notifications as they come'
+complete -c switchboardctl -n __switchboardctl_no_verb -a archive -d 'Show, convert and compare keyed archives'
 
+complete -c switchboardctl -n __switchboardctl_archive_action -a 'show to-json from-json diff'
+complete -c switchboardctl -n __switchboardctl_archive_file -F
 complete -c switchboardctl -n __switchboardctl_question -a 'version build barrier'
 
 complete -c switchboardctl -s h -l help -d 'Print help and exit'
