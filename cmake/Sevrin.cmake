@@ -12,11 +12,13 @@ set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
 
-# Where ccache is installed, the second build of the same source is free. A launcher given by hand wins.
+# Where ccache is installed, the second build of the same source is free, also when it lies in another folder. A launcher
+# given by hand wins.
 find_program(SEVRIN_CCACHE ccache)
 mark_as_advanced(SEVRIN_CCACHE)
 if(SEVRIN_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
-  set(CMAKE_CXX_COMPILER_LAUNCHER ${SEVRIN_CCACHE})
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env CCACHE_BASEDIR=${CMAKE_SOURCE_DIR} CCACHE_NOHASHDIR=1
+      ${SEVRIN_CCACHE})
 endif()
 
 option(SEVRIN_WERROR "Treat warnings as errors" ON)
