@@ -1,8 +1,13 @@
 // Records of the entries of directories, from both readers.
 #include <gmock/gmock.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <atomic>
+#include <functional>
 #include <map>
 #include <set>
+#include <thread>
 #include <vector>
 
 #include "Platform/AttributeList.h"
@@ -317,6 +322,130 @@ TEST(DirectoryAttributesTest, AChangeBetweenBatchesChangesTheState) {
 
     EXPECT_EQ(states[0], states[1]);
     EXPECT_NE(states[1], states[2]);
+}
+
+// Runs `body` in a process of its own as a user who owns nothing; its exit status.
+int asNobody(const std::function<int()>& body) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        const bool isNobody = ::setgid(65534) == 0 && ::setuid(65534) == 0;
+        ::_exit(isNobody ? body() : 99);
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST(DirectoryAttributesTest, EntriesThatMayNotBeSeenKeepTheirNameTypeAndFileId) {
+    if (::geteuid() != 0) GTEST_SKIP() << "needs root to become somebody else";
+    const FileFolder folder;
+    ASSERT_EQ(::chmod(folder.path().c_str(), 0755), 0);
+    folder.folder("dim");
+    const std::uint64_t inode = statOf(folder.file("dim/file")).st_ino;
+    ASSERT_EQ(::chmod(folder.at("dim").c_str(), 0744), 0);  // to be read, not to be searched
+    const attrlist list = listOf(kBulkList.commonattr | ATTR_CMN_ERROR, 0x7, 0x207);
+
+    const int status = asNobody([&] {
+        const UniqueFd directory = openFolder(folder.at("dim"));
+        AttributeBuffer buffer;
+        if (getattrlistbulk(directory.get(), &list, buffer.data(), buffer.size(), 0) != 1) return 1;
+        RecordReader record(buffer.data());
+        record.take<std::uint32_t>();
+        const auto returned = record.take<attribute_set_t>();
+        if (returned.commonattr != (ATTR_CMN_RETURNED_ATTRS | ATTR_CMN_ERROR | ATTR_CMN_NAME |
+                                    ATTR_CMN_OBJTYPE | ATTR_CMN_FILEID)) {
+            return 2;
+        }
+        if (returned.fileattr != 0) return 3;
+        if (record.take<std::uint32_t>() != EACCES) return 4;
+        if (record.takeText() != "file") return 5;
+        if (record.take<fsobj_type_t>() != VREG) return 6;
+        return record.take<std::uint64_t>() == inode ? 0 : 7;
+    });
+
+    EXPECT_EQ(status, 0);
+}
+
+TEST(DirectoryAttributesTest, ADirectoryThatMayNotBeReadHasNoEntryCount) {
+    if (::geteuid() != 0) GTEST_SKIP() << "needs root to become somebody else";
+    const FileFolder folder;
+    ASSERT_EQ(::chmod(folder.path().c_str(), 0711), 0);
+    const attrlist list = listOf(ATTR_CMN_RETURNED_ATTRS, ATTR_DIR_ENTRYCOUNT);
+
+    const int status = asNobody([&] {
+        AttributeBuffer buffer;
+        if (getattrlist(folder.path().c_str(), &list, buffer.data(), buffer.size(), 0) != 0) {
+            return 1;
+        }
+        RecordReader record(buffer.data());
+        if (record.take<std::uint32_t>() != 24) return 2;
+        return record.take<attribute_set_t>().dirattr == 0 ? 0 : 3;
+    });
+
+    EXPECT_EQ(status, 0);
+}
+
+TEST(DirectoryAttributesTest, WhatComesAndGoesMeanwhileHidesNothingElse) {
+    const FileFolder folder;
+    std::set<std::string> lasting;
+    for (int i = 0; i < 300; ++i) {
+        lasting.insert("lasting" + std::to_string(i));
+        folder.file("lasting" + std::to_string(i));
+    }
+    std::atomic<bool> isOver{false};
+    std::thread others([&] {
+        for (int i = 0; !isOver; ++i) {
+            const std::string path = folder.at("passing" + std::to_string(i % 50));
+            if (i / 50 % 2 == 0) {
+                std::ofstream(path).flush();
+            } else {
+                (void)::unlink(path.c_str());
+            }
+        }
+    });
+
+    for (int i = 0; i < 50; ++i) {
+        const UniqueFd directory = openFolder(folder.path());
+        AttributeBuffer buffer;
+        std::multiset<std::string> names;
+        int count = 0;
+        while ((count = getattrlistbulk(directory.get(), &kBulkList, buffer.data(), buffer.size(),
+                                        FSOPT_PACK_INVAL_ATTRS)) > 0) {
+            const char* at = buffer.data();
+            for (int entry = 0; entry < count; ++entry) {
+                RecordReader record(at);
+                at += record.take<std::uint32_t>();
+                record.take<attribute_set_t>();
+                const std::string name = record.takeText();
+                if (name.starts_with("lasting")) names.insert(name);
+            }
+        }
+        EXPECT_EQ(count, 0) << std::strerror(errno);
+        EXPECT_EQ(names, (std::multiset<std::string>(lasting.begin(), lasting.end())));
+    }
+    isOver = true;
+    others.join();
+}
+
+TEST(DirectoryAttributesTest, ManyThreadsReadTheSameDirectoryAtOnce) {
+    const FileFolder folder;
+    const std::set<std::string> names = fill(folder, 200);
+    std::array<std::set<std::string>, 4> results;
+    std::vector<std::thread> threads;
+
+    for (std::set<std::string>& result : results) {
+        threads.emplace_back([&folder, &result] {
+            for (int i = 0; i < 5; ++i) {
+                const UniqueFd directory = openFolder(folder.path());
+                result = namesOf(listBulk(directory.get()));
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+
+    for (const std::set<std::string>& result : results)
+        EXPECT_EQ(result, names);
 }
 
 TEST(DirectoryAttributesTest, ReadingBeginsAgainAfterARewind) {
