@@ -10,6 +10,8 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
+#include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -17,6 +19,7 @@
 #include "Common/Source/Utilities/Logger.h"
 #include "Platform/NSXPCConnection.h"
 #include "Platform/NSXPCListener.h"
+#include "Platform/ServiceManager.h"
 #include "Platform/SignalWakeup.h"
 #include "switchboard/BadPeer.h"
 #include "switchboard/CommandLine.h"
@@ -32,6 +35,7 @@ namespace {
 
 using platform::NSXPCConnection;
 using platform::NSXPCListener;
+using platform::ServiceManager;
 using platform::SignalWakeup;
 
 constexpr int kExitWrongCommandLine = 2;
@@ -74,15 +78,23 @@ void raiseDescriptorLimit() {
     ::setrlimit(RLIMIT_NOFILE, &limit);
 }
 
+// Serving goes on without a manager that knows of it, so what went wrong is only noted.
+void noteUntold(const std::optional<std::string>& why) {
+    if (why) Logger::logMessage(LogClassification::Failure, *why);
+}
+
 // Runs on the main queue after the first signal, and ends the process.
 [[noreturn]] void shutdownAndExit() {
+    noteUntold(ServiceManager::tellStopping());
     VeloraSwitchboard::sharedSwitchboard()->shutdown();
     const int status = 2 * terminatedBySIGTERM;
     Logger::logStopProcessExitStatus(kSwitchboardVersion, status);
     std::exit(status);
 }
 
-void openService(const std::string& serviceName, const std::vector<std::uint32_t>& users) {
+// Gives the listener, which is resumed.
+std::shared_ptr<NSXPCListener> openService(const std::string& serviceName,
+                                           const std::vector<std::uint32_t>& users) {
     registerSwitchboardClasses();
     NSXPCConnection::setFaultReporter(logBadPeer);
 
@@ -90,10 +102,19 @@ void openService(const std::string& serviceName, const std::vector<std::uint32_t
     switchboard->setServiceName(serviceName);
     for (const std::uint32_t user : users)
         UserSwitchboard::createSwitchboardForUser(user);
+    auto listener = NSXPCListener::initWithMachServiceName(serviceName);
     switchboard->setConnectionVendor(
         SVConnectionServiceFactory::initWithListenerServerClassConformingTo(
-            NSXPCListener::initWithMachServiceName(serviceName), "VeloraOperator",
-            VeloraSwitchboarding_private::protocol()));
+            listener, "VeloraOperator", VeloraSwitchboarding_private::protocol()));
+    return listener;
+}
+
+// A service that cannot be reached is never ready: its manager gives it up and starts it again,
+// and whoever asks the manager is told why.
+void tellWhetherReady(const NSXPCListener& listener) {
+    const auto failure = listener.registrationFailure();
+    noteUntold(failure ? ServiceManager::tellStatus("Not reachable: " + *failure)
+                       : ServiceManager::tellReady());
 }
 
 int run(std::span<const char* const> arguments) {
@@ -109,12 +130,13 @@ int run(std::span<const char* const> arguments) {
     const bool isSystem = commandLine.mode == CommandLine::Mode::System;
     const std::string serviceName = isSystem ? kSystemServiceName : userSwitchboardServiceName();
     logService(startLine, serviceName, commandLine.users);
-    openService(serviceName, commandLine.users);
+    const auto listener = openService(serviceName, commandLine.users);
 
     shutdownWakeup = new SignalWakeup(shutdownAndExit);  // For good, as the handlers are.
     setSignalDisposition(SIGHUP, SIG_IGN);
     setSignalDisposition(SIGINT, handleTermination);
     setSignalDisposition(SIGTERM, handleTermination);
+    tellWhetherReady(*listener);
 
     VeloraSwitchboard::sharedSwitchboard()->run();
     return EXIT_SUCCESS;

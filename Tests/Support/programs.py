@@ -48,12 +48,12 @@ def identity_of(user):
 
 
 class Child:
-    """A running program whose lines can be waited for."""
+    """A running program whose lines can be waited for. It inherits `descriptors`, under their numbers."""
 
-    def __init__(self, arguments, user, environment):
+    def __init__(self, arguments, user, environment, descriptors=()):
         self.process = subprocess.Popen(
             arguments, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE, env=environment,
-            cwd="/", **identity_of(user))
+            cwd="/", pass_fds=descriptors, **identity_of(user))
         self.pid = self.process.pid
         self.output, self.errors = (self._lines(stream) for stream in (self.process.stdout, self.process.stderr))
 

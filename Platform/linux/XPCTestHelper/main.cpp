@@ -2,6 +2,7 @@
 // out of descriptors.
 //
 //     xpc-test-helper folder user|system      prints the bootstrap folder
+//     xpc-test-helper ready                   tells the service manager that it is ready
 //     xpc-test-helper serve NAME              serves a TestService under NAME until input ends
 //     xpc-test-helper consume                 connects to the endpoint that comes through standard
 //                                             input, a socket
@@ -26,6 +27,7 @@
 
 #include "Platform/NSXPCConnection.h"
 #include "Platform/NSXPCListener.h"
+#include "Platform/ServiceManager.h"
 #include "Platform/UniqueFd.h"
 #include "Platform/XPCTestSupport.h"
 #include "Platform/linux/Bootstrap.h"
@@ -49,6 +51,11 @@ void waitForEndOfInput() {
 int printFolder(const std::string& domain) {
     say(bootstrap::folderPath(domain == "system" ? NSXPCConnection::Domain::System
                                                  : NSXPCConnection::Domain::User));
+    return 0;
+}
+
+int tellReady() {
+    say(ServiceManager::tellReady().value_or("told whoever asked"));
     return 0;
 }
 
@@ -123,6 +130,7 @@ int hoard(const std::string& name, int count) {
 
 int run(const std::vector<std::string>& words) {
     if (words.size() == 2 && words[0] == "folder") return printFolder(words[1]);
+    if (words.size() == 1 && words[0] == "ready") return tellReady();
     if (words.size() == 2 && words[0] == "serve") return serve(words[1]);
     if (words.size() == 1 && words[0] == "consume") return consume();
     if (words.size() == 1 && words[0] == "publish") return publish();
