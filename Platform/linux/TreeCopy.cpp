@@ -158,7 +158,10 @@ private:
             errno = EINVAL;
             failAtSource(name);
         }
-        if (!level.names.read(source.get())) failAtSource(name);
+        if (!level.names.read(source.get())) {
+            if (errno == ENOENT && !levels_.empty()) return;
+            failAtSource(name);
+        }
         if (::mkdirat(targetFolder, targetName, kFolderMode) != 0) failAtTarget(targetName);
         noteMade(targetFolder, targetName);
         UniqueFd target(::openat(targetFolder, targetName, kOpen));

@@ -70,10 +70,7 @@ private:
             const int refusal = errno;
             if (refusal != EISDIR && refusal != EPERM) fail(name);
             UniqueFd below(::openat(folder, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-            if (below) {
-                enter(std::move(below), name);
-                return false;
-            }
+            if (below) return !enter(std::move(below), name, mayBeGone);
             if (errno == EACCES && ::unlinkat(folder, name, AT_REMOVEDIR) == 0) {
                 ++removed_;
                 return true;
@@ -96,7 +93,8 @@ private:
         fail(name);
     }
 
-    void enter(UniqueFd folder, const char* name) {
+    // Answers false when the folder vanished in between, and that is fine.
+    bool enter(UniqueFd folder, const char* name, bool mayBeGone) {
         struct statx found {};
         if (::statx(folder.get(), "", AT_EMPTY_PATH, STATX_TYPE, &found) != 0) fail(name);
         if ((found.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0) {
@@ -104,8 +102,13 @@ private:
             fail(name);
         }
         Level level{name, {}};
-        if (!level.names.read(folder.get()) || !chain_.descend(std::move(folder))) fail(name);
+        if (!level.names.read(folder.get())) {
+            if (errno == ENOENT && mayBeGone) return false;
+            fail(name);
+        }
+        if (!chain_.descend(std::move(folder))) fail(name);
         levels_.push_back(std::move(level));
+        return true;
     }
 
     // Throws for the item `name` of the current folder, or for that folder itself.
