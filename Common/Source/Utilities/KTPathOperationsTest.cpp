@@ -1,6 +1,8 @@
 // Tests of what a path does to its item.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -313,6 +315,75 @@ TEST(KTPathOperationsTest, TouchingSetsTheTimesAndReportsNothing) {
     EXPECT_GT(folder.attributes("a").st_atime, 1000);
     EXPECT_FALSE(folder.has("none"));
 }
+
+// --- What the file system refuses.
+
+// The number of errno that `work` raises; 0 when it raises nothing.
+std::int64_t numberRaisedBy(const std::function<void()>& work) {
+    const std::optional<SVException> raised = raisedBy(work);
+    if (!raised) return 0;
+    const Value* number = raised->details().find("POSIXErr");
+    return number != nullptr && number->ifSigned() != nullptr ? *number->ifSigned() : -1;
+}
+
+TEST(KTPathOperationsTest, ANameThatIsTooLongIsRefusedByEveryOperation) {
+    const TestFolder folder;
+    folder.write("a", "a");
+    const KTPathPtr path = pathIn(folder, "a");
+    const std::string name(256, 'n');
+
+    EXPECT_EQ(numberRaisedBy([&] { path->moveToOverwriting(name, false); }), ENAMETOOLONG);
+    EXPECT_EQ(numberRaisedBy([&] { path->moveToOverwriting(name, true); }), ENAMETOOLONG);
+    EXPECT_EQ(numberRaisedBy([&] { path->copyToOverwriting(name, true); }), ENAMETOOLONG);
+    EXPECT_EQ(numberRaisedBy([&] { pathIn(folder, name)->deleteFile(); }), ENAMETOOLONG);
+    EXPECT_EQ(numberRaisedBy([&] { path->swapWith(*pathIn(folder, name)); }), ENAMETOOLONG);
+    EXPECT_EQ(folder.read("a"), "a");
+}
+
+TEST(KTPathOperationsTest, ALoopOfLinksIsRefusedByEveryOperation) {
+    const TestFolder folder;
+    folder.write("a", "a");
+    folder.makeLink("loop", "loop");
+    const KTPathPtr path = pathIn(folder, "a");
+
+    EXPECT_EQ(numberRaisedBy([&] { path->moveToOverwriting("loop/b", false); }), ELOOP);
+    EXPECT_EQ(numberRaisedBy([&] { path->moveToOverwriting("loop/b", true); }), ELOOP);
+    EXPECT_EQ(numberRaisedBy([&] { path->copyToOverwriting("loop/b", true); }), ELOOP);
+    EXPECT_EQ(numberRaisedBy([&] { pathIn(folder, "loop/b")->deleteFile(); }), ELOOP);
+    EXPECT_EQ(numberRaisedBy([&] { path->swapWith(*pathIn(folder, "loop/b")); }), ELOOP);
+    EXPECT_EQ(folder.read("a"), "a");
+}
+
+TEST(KTPathOperationsTest, WhoMayNotChangeTheDirectoryIsRefusedByEveryOperation) {
+    if (::geteuid() != 0) GTEST_SKIP() << "only root can become another user";
+    const TestFolder folder;
+    ::chmod(folder.path().c_str(), 0755);
+    folder.write("a", "a");
+    folder.write("b", "b");
+
+    const pid_t child = ::fork();
+    if (child == 0) {
+        const KTPathPtr path = pathIn(folder, "a");
+        const bool isRefused =
+            ::setgid(4321) == 0 && ::setuid(4321) == 0 &&
+            numberRaisedBy([&] { path->moveToOverwriting("c", false); }) == EACCES &&
+            numberRaisedBy([&] { path->moveToOverwriting("b", true); }) == EACCES &&
+            numberRaisedBy([&] { path->copyToOverwriting("c", false); }) == EACCES &&
+            numberRaisedBy([&] { path->copyToOverwriting("b", true); }) == EACCES &&
+            numberRaisedBy([&] { path->deleteFile(); }) == EACCES && !path->tryToDeleteFile() &&
+            numberRaisedBy([&] { path->swapWith(*pathIn(folder, "b")); }) == EACCES;
+        ::_exit(isRefused ? 0 : 1);
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    EXPECT_EQ(folder.read("a"), "a");
+    EXPECT_EQ(folder.read("b"), "b");
+    EXPECT_FALSE(folder.has("c"));
+}
+
+// --- Names and paths of every kind.
 
 TEST(KTPathOperationsTest, NamesThatAreNoTextAreMovedAndDeleted) {
     const TestFolder folder;
