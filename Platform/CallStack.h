@@ -15,8 +15,9 @@ namespace sevrin::platform {
 inline constexpr std::size_t kCallStackMax = 128;
 
 // Fills `addresses` from its start with return addresses, innermost first: the first one lies in
-// whoever called the function that calls this. Gives how many there are, which may be fewer than
-// were called where code without frame pointers is in between. Leaves errno as it is.
+// whoever called the function that calls this, which has to do something afterwards or the compiler
+// leaves its frame out. Gives how many there are, which may be fewer than were called where code
+// without frame pointers is in between. Leaves errno as it is.
 [[nodiscard]] std::size_t captureCallStack(std::span<std::uintptr_t> addresses) noexcept;
 
 }  // namespace sevrin::platform

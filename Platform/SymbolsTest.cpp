@@ -13,14 +13,20 @@
 
 namespace sevrin::platform {
 
+namespace {
+
+// The address that this returns to.
+[[gnu::noinline]] void takeReturnAddress(std::array<std::uintptr_t, 1>& address) {
+    if (captureCallStack(address) != address.size()) address[0] = 0;
+}
+
+}  // namespace
+
 // Not static: only functions that other files may call are known at run time.
 [[gnu::visibility("default")]] std::uintptr_t addressWithinNamedFunction();
 [[gnu::noinline]] std::uintptr_t addressWithinNamedFunction() {
     std::array<std::uintptr_t, 1> address{};
-    [&]() __attribute__((noinline)) {
-        static_cast<void>(captureCallStack(address));
-    }
-    ();
+    takeReturnAddress(address);
     return address[0];
 }
 
