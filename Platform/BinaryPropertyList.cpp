@@ -3,6 +3,7 @@
 #include "Platform/BinaryPropertyList.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cstring>
 #include <limits>
@@ -18,21 +19,59 @@ constexpr std::size_t kHeaderBytes = 8;
 constexpr std::size_t kTrailerBytes = 32;
 constexpr std::size_t kUnusedBytes = 6;  // Five of nothing and the sort version, all zero.
 
-// The high half of a marker byte.
-enum Marker : unsigned {
-    kSimple = 0x0,
-    kInteger = 0x1,
-    kReal = 0x2,
-    kDate = 0x3,
-    kData = 0x4,
-    kAscii = 0x5,
-    kUtf16 = 0x6,
-    kUID = 0x8,
-    kArray = 0xA,
-    kDictionary = 0xD
+// What a marker byte means. The size is that of the low half, or the width of a number; a unit of 0
+// is that of a reference.
+struct Form {
+    BinaryPropertyList::Kind kind = BinaryPropertyList::Kind::Boolean;
+    std::uint8_t unit = 1;
+    std::uint8_t size = 0;
+    bool isKnown = false;
+    bool isLong = false;    // the size follows
+    bool isSimple = false;  // any bytes are right
 };
 
+constexpr unsigned kInteger = 0x1;
 constexpr unsigned kLengthFollows = 0xF;
+constexpr std::uint8_t kReferenceUnit = 0;
+
+// Of a kind whose low half says how large it is: sixteen markers.
+constexpr void setSized(std::array<Form, 256>& forms, unsigned marker, Form form) {
+    for (unsigned low = 0; low < 16; ++low) {
+        form.size = static_cast<std::uint8_t>(low);
+        form.isKnown = true;
+        form.isLong = low == kLengthFollows;
+        forms[marker | low] = form;
+    }
+}
+
+// Of a number with a width of two to the power of `low`.
+constexpr void setNumber(std::array<Form, 256>& forms, BinaryPropertyList::Kind kind,
+                         unsigned marker, unsigned low, bool isSimple) {
+    forms[marker | low] = {kind, 1, static_cast<std::uint8_t>(1U << low), true, false, isSimple};
+}
+
+constexpr std::array<Form, 256> formsOfMarkers() {
+    using Kind = BinaryPropertyList::Kind;
+    std::array<Form, 256> forms;
+    forms[0x08] = {Kind::Boolean, 0, 0, true, false, true};
+    forms[0x09] = {Kind::Boolean, 0, 1, true, false, true};
+    for (unsigned low = 0; low <= 4; ++low)
+        setNumber(forms, Kind::Integer, 0x10, low, low < 4);
+    setNumber(forms, Kind::Real, 0x20, 2, true);
+    setNumber(forms, Kind::Real, 0x20, 3, true);
+    setNumber(forms, Kind::Date, 0x30, 3, false);
+    setSized(forms, 0x40, {Kind::Data, 1, 0, true, false, true});
+    setSized(forms, 0x50, {Kind::String, 1});
+    setSized(forms, 0x60, {Kind::String, 2});
+    for (unsigned low = 0; low < 16; ++low)
+        forms[0x80 | low] = {Kind::UID, 1,     static_cast<std::uint8_t>(low + 1),
+                             true,      false, low < 4};
+    setSized(forms, 0xA0, {Kind::Array, kReferenceUnit});
+    setSized(forms, 0xD0, {Kind::Dictionary, kReferenceUnit});
+    return forms;
+}
+
+constexpr std::array<Form, 256> kForms = formsOfMarkers();
 
 // Whether numbers up to `largest` fit `width` bytes.
 bool fits(std::uint64_t largest, std::size_t width) {
@@ -123,98 +162,45 @@ void BinaryPropertyList::readNodes() {
         if (offset < kHeaderBytes || offset >= objectsEnd_) {
             throw PropertyListError("an offset leads outside the objects", entry);
         }
-        std::size_t end = 0;
-        const Node node = readNode(offset, end);
-        used += end - offset;
+        const Node node = readNode(offset);
+        used += node.start + contentBytes(node) - offset;
         if (used > objectsEnd_ - kHeaderBytes) {
             throw PropertyListError("objects lie over each other", entry);
         }
-        checkContent(node);
         nodes_.push_back(node);
     }
 }
 
-BinaryPropertyList::Node BinaryPropertyList::readNode(std::size_t offset, std::size_t& end) const {
-    const auto byte = static_cast<unsigned char>(bytes_[offset]);
-    const unsigned marker = byte >> 4;
-    Node node{};
-    if (byte == 0x08 || byte == 0x09) {
-        node = {static_cast<std::uint32_t>(offset + 1), byte & 1U, Kind::Boolean, 0};
-        end = offset + 1;
-        return node;
-    }
-    node = marker == kData || marker == kAscii || marker == kUtf16 || marker >= kArray
-               ? readSized(byte, offset)
-               : readNumber(byte, offset);
-    const std::uint64_t units = node.kind == Kind::Dictionary ? 2ULL * node.size : node.size;
-    if (units * node.unit > objectsEnd_ - node.start) {
+BinaryPropertyList::Node BinaryPropertyList::readNode(std::size_t offset) const {
+    const Form& form = kForms[static_cast<unsigned char>(bytes_[offset])];
+    if (!form.isKnown) throw PropertyListError("an object of no known kind", offset);
+
+    const auto start = static_cast<std::uint32_t>(offset + 1);
+    if (form.kind == Kind::Boolean) return {start, form.size, form.kind, 0};
+    const std::uint8_t unit = form.unit == kReferenceUnit ? refBytes_ : form.unit;
+    Node node{start, form.size, form.kind, unit};
+    if (form.isLong) readLongSize(node, offset);
+    if (contentBytes(node) > objectsEnd_ - node.start) {
         throw PropertyListError("an object is longer than the list", offset);
     }
-    end = node.start + units * node.unit;
+    if (!form.isSimple) checkContent(node);
     return node;
 }
 
-BinaryPropertyList::Node BinaryPropertyList::readNumber(unsigned marker, std::size_t offset) const {
-    const auto start = static_cast<std::uint32_t>(offset + 1);
-    const unsigned low = marker & 0xF;
-    const auto bytes = std::uint32_t{1} << (low & 7);
-    switch (marker >> 4) {
-        case kInteger:
-            if (low <= 4) return {start, bytes, Kind::Integer, 1};
-            break;
-        case kReal:
-            if (low == 2 || low == 3) return {start, bytes, Kind::Real, 1};
-            break;
-        case kDate:
-            if (low == 3) return {start, bytes, Kind::Date, 1};
-            break;
-        case kUID:
-            return {start, low + 1, Kind::UID, 1};
-        default:
-            break;
+// The size stands behind the marker, as an integer object.
+void BinaryPropertyList::readLongSize(Node& node, std::size_t offset) const {
+    const std::size_t start = offset + 1;
+    const unsigned length = start < objectsEnd_ ? static_cast<unsigned char>(bytes_[start]) : 0;
+    if (length >> 4 != kInteger || (length & 0xF) > 3) {
+        throw PropertyListError("a length that is no number", start);
     }
-    throw PropertyListError("an object of no known kind", offset);
-}
-
-BinaryPropertyList::Node BinaryPropertyList::readSized(unsigned marker, std::size_t offset) const {
-    std::size_t start = offset + 1;
-    std::uint64_t size = marker & 0xF;
-    if (size == kLengthFollows) {
-        const unsigned length = start < objectsEnd_ ? static_cast<unsigned char>(bytes_[start]) : 0;
-        if (length >> 4 != kInteger || (length & 0xF) > 3) {
-            throw PropertyListError("a length that is no number", start);
-        }
-        const std::size_t width = std::size_t{1} << (length & 0xF);
-        if (objectsEnd_ - start <= width) throw PropertyListError("a length is cut short", start);
-        size = number(start + 1, width);
-        start += 1 + width;
-        // Negative ones are among these.
-        if (size > objectsEnd_) {
-            throw PropertyListError("an object is longer than the list", offset);
-        }
-    }
-    Node node{static_cast<std::uint32_t>(start), static_cast<std::uint32_t>(size), Kind::Data, 1};
-    switch (marker >> 4) {
-        case kData:
-            return node;
-        case kAscii:
-            node.kind = Kind::String;
-            return node;
-        case kUtf16:
-            node.kind = Kind::String;
-            node.unit = 2;
-            return node;
-        case kArray:
-            node.kind = Kind::Array;
-            node.unit = refBytes_;
-            return node;
-        case kDictionary:
-            node.kind = Kind::Dictionary;
-            node.unit = refBytes_;
-            return node;
-        default:
-            throw PropertyListError("an object of no known kind", offset);
-    }
+    const std::size_t width = std::size_t{1} << (length & 0xF);
+    if (objectsEnd_ - start <= width) throw PropertyListError("a length is cut short", start);
+    const std::uint64_t size = number(start + 1, width);
+    // Negative ones are among these.
+    if (size > objectsEnd_) throw PropertyListError("an object is longer than the list", offset);
+    node.start = static_cast<std::uint32_t>(start + 1 + width);
+    node.size = static_cast<std::uint32_t>(size);
 }
 
 void BinaryPropertyList::checkContent(const Node& node) const {
@@ -272,24 +258,6 @@ void BinaryPropertyList::checkUnits(const Node& node) const {
     }
 }
 
-// A number of up to 8 bytes, the most significant first; they lie within.
-std::uint64_t BinaryPropertyList::number(std::size_t offset, std::size_t width) const {
-    const char* const from = bytes_.data() + offset;
-    if (width == 1) return static_cast<unsigned char>(*from);
-    std::uint64_t result = 0;
-    for (std::size_t i = 0; i < width; ++i)
-        result = result << 8 | static_cast<unsigned char>(from[i]);
-    return result;
-}
-
-std::size_t BinaryPropertyList::refCount(const Node& node) const {
-    return node.kind == Kind::Dictionary ? std::size_t{2} * node.size : node.size;
-}
-
-BinaryPropertyList::Index BinaryPropertyList::ref(Index container, std::size_t place) const {
-    return static_cast<Index>(number(nodes_[container].start + place * refBytes_, refBytes_));
-}
-
 // Up to four bytes are unsigned, eight are signed, sixteen begin with eight of sign.
 Value BinaryPropertyList::integer(Index object) const {
     const Node& node = nodes_[object];
@@ -311,10 +279,6 @@ double BinaryPropertyList::date(Index object) const {
     return std::bit_cast<double>(number(nodes_[object].start, 8));
 }
 
-std::string_view BinaryPropertyList::data(Index object) const {
-    return bytes_.substr(nodes_[object].start, nodes_[object].size);
-}
-
 std::string BinaryPropertyList::string(Index object) const {
     const Node& node = nodes_[object];
     if (node.unit == 1) return std::string(data(object));
@@ -324,17 +288,6 @@ std::string BinaryPropertyList::string(Index object) const {
 std::optional<std::string_view> BinaryPropertyList::asciiString(Index string) const {
     if (nodes_[string].unit != 1) return std::nullopt;
     return data(string);
-}
-
-std::uint32_t BinaryPropertyList::uid(Index object) const {
-    const Node& node = nodes_[object];
-    const std::size_t width = std::min<std::size_t>(node.size, 8);
-    return static_cast<std::uint32_t>(number(node.start + node.size - width, width));
-}
-
-bool BinaryPropertyList::stringEquals(Index string, std::string_view text) const {
-    if (nodes_[string].unit == 1) return data(string) == text;
-    return this->string(string) == text;
 }
 
 std::optional<BinaryPropertyList::Index> BinaryPropertyList::find(Index dictionary,

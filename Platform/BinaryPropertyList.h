@@ -84,9 +84,15 @@ public:
     [[nodiscard]] Value integer(Index object) const;  // Signed, or Unsigned above its range
     [[nodiscard]] double real(Index object) const;    // of 4 or 8 bytes
     [[nodiscard]] double date(Index object) const;    // seconds since 2001
-    [[nodiscard]] std::string_view data(Index object) const;
+    [[nodiscard]] std::string_view data(Index object) const {
+        return bytes_.substr(nodes_[object].start, nodes_[object].size);
+    }
     [[nodiscard]] std::string string(Index object) const;
-    [[nodiscard]] std::uint32_t uid(Index object) const;
+    [[nodiscard]] std::uint32_t uid(Index object) const {
+        const Node& node = nodes_[object];
+        const std::size_t width = node.size < 4 ? node.size : 4;
+        return static_cast<std::uint32_t>(number(node.start + node.size - width, width));
+    }
 
     // Elements of an array, entries of a dictionary.
     [[nodiscard]] std::size_t size(Index object) const { return nodes_[object].size; }
@@ -102,7 +108,9 @@ public:
     [[nodiscard]] std::optional<Index> find(Index dictionary, std::string_view key) const;
 
     // Whether a string reads `text`.
-    [[nodiscard]] bool stringEquals(Index string, std::string_view text) const;
+    [[nodiscard]] bool stringEquals(Index object, std::string_view text) const {
+        return nodes_[object].unit == 1 ? data(object) == text : string(object) == text;
+    }
 
     // Characters of one byte, ASCII only, so that they can be borrowed; else nothing.
     [[nodiscard]] std::optional<std::string_view> asciiString(Index string) const;
@@ -125,9 +133,11 @@ private:
 
     void readTrailer();
     void readNodes();
-    Node readNode(std::size_t offset, std::size_t& end) const;
-    Node readNumber(unsigned marker, std::size_t offset) const;
-    Node readSized(unsigned marker, std::size_t offset) const;
+    Node readNode(std::size_t offset) const;
+    void readLongSize(Node& node, std::size_t offset) const;
+    [[nodiscard]] std::size_t contentBytes(const Node& node) const {
+        return refCount(node) * node.unit;
+    }
     void checkContent(const Node& node) const;
     void checkUnits(const Node& node) const;
     void checkGraph() const;
@@ -135,9 +145,23 @@ private:
     bool keysEqual(Index left, Index right) const;
     bool anyKeyTwice(Index dictionary) const;
 
-    [[nodiscard]] std::uint64_t number(std::size_t offset, std::size_t width) const;
-    [[nodiscard]] Index ref(Index container, std::size_t place) const;
-    [[nodiscard]] std::size_t refCount(const Node& node) const;
+    // A number of up to 8 bytes, the most significant first; they lie within.
+    [[nodiscard]] std::uint64_t number(std::size_t offset, std::size_t width) const {
+        const char* const from = bytes_.data() + offset;
+        if (width == 1) return static_cast<unsigned char>(*from);
+        std::uint64_t result = 0;
+        for (std::size_t i = 0; i < width; ++i)
+            result = result << 8 | static_cast<unsigned char>(from[i]);
+        return result;
+    }
+
+    [[nodiscard]] Index ref(Index container, std::size_t place) const {
+        return static_cast<Index>(number(nodes_[container].start + place * refBytes_, refBytes_));
+    }
+    // Units of the content: of a dictionary keys and values.
+    [[nodiscard]] static std::size_t refCount(const Node& node) {
+        return node.kind == Kind::Dictionary ? std::size_t{2} * node.size : node.size;
+    }
 
     std::string_view bytes_;
     std::vector<Node> nodes_;

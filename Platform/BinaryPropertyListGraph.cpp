@@ -66,31 +66,33 @@ private:
         open_.push_back({container, 0, 1, 0});
     }
 
-    // One reference of the innermost container, or its end.
+    // The references of the innermost container up to one that has to be followed first, or to its
+    // end.
     void step() {
-        Frame& frame = open_.back();
-        if (frame.next == list_.refCount(list_.nodes_[frame.container])) {
-            finish();
-            return;
-        }
-        const Index child = list_.ref(frame.container, frame.next);
-        if (!isContainer(child)) {
+        const std::size_t place = open_.size() - 1;
+        Frame frame = open_[place];
+        const std::size_t count = list_.refCount(list_.nodes_[frame.container]);
+        for (; frame.next < count; ++frame.next) {
+            const Index child = list_.ref(frame.container, frame.next);
             const auto& node = list_.nodes_[child];
-            frame.walk += 1 + std::uint64_t{node.size} * node.unit;
-            ++frame.next;
-            return;
+            if (!isContainer(child)) {
+                frame.walk += 1 + std::uint64_t{node.size} * node.unit;
+                continue;
+            }
+            const State& state = states_[child];
+            if (state.isOpen) {
+                throw PropertyListError("a container that holds itself", list_.offset(child));
+            }
+            if (state.levels == 0) {
+                open_[place] = frame;
+                enter(child);
+                return;
+            }
+            frame.walk += state.walk;
+            frame.levels = std::max(frame.levels, state.levels);
         }
-        const State& state = states_[child];
-        if (state.isOpen) {
-            throw PropertyListError("a container that holds itself", list_.offset(child));
-        }
-        if (state.levels == 0) {
-            enter(child);
-            return;
-        }
-        frame.walk += state.walk;
-        frame.levels = std::max(frame.levels, state.levels);
-        ++frame.next;
+        open_[place] = frame;
+        finish();
     }
 
     void finish() {

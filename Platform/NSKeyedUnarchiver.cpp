@@ -103,7 +103,9 @@ NSKeyedUnarchiver::NSKeyedUnarchiver(const BinaryPropertyList& list)
       walkMax_(std::min<std::uint64_t>(
           std::max(kPropertyListWalkBytes, kPropertyListGrowthMax * list.byteCount()),
           std::numeric_limits<std::uint32_t>::max())) {
+    constexpr std::size_t kEntriesExpectedMax = 128;
     comparisonsLeft_ = walkMax_;
+    entries_.reserve(std::min(entryOfSlot_.size(), kEntriesExpectedMax));
 }
 
 Value NSKeyedUnarchiver::unarchive() {
@@ -123,35 +125,40 @@ Value NSKeyedUnarchiver::unarchive() {
     return valueOfSlot(slot, NSKeyedArchiveRootObjectKey);
 }
 
-// One reference of the innermost object, or the object itself when there is none left.
+// The references of the innermost object up to one that has to be followed first, or the object
+// itself when there is none left.
 void NSKeyedUnarchiver::readFrame() {
+    const std::size_t depth = open_.size();
     std::optional<Index> key;
-    const std::optional<Index> slot = nextReference(open_.back(), key);
-    if (!slot) {
-        const std::uint32_t entry = open_.back().entry;
-        open_.pop_back();
-        complete(entry);
-        return;
+    while (const std::optional<Index> slot = nextReference(open_.back(), key)) {
+        open(*slot, key);
+        if (open_.size() != depth) return;
     }
-    // One that leads nowhere matters only to whoever asks for it.
-    if (*slot == 0 || *slot >= entryOfSlot_.size() || entryOfSlot_[*slot] != 0) return;
-    open(*slot, key);
+    const std::uint32_t entry = open_.back().entry;
+    open_.pop_back();
+    complete(entry);
 }
 
+// One that leads nowhere is passed over: it matters only to whoever asks for it.
 std::optional<NSKeyedUnarchiver::Index> NSKeyedUnarchiver::nextReference(
     Frame& frame, std::optional<Index>& key) const {
+    const auto isNew = [this](Index slot) {
+        return slot != 0 && slot < entryOfSlot_.size() && entryOfSlot_[slot] == 0;
+    };
     const Index node = entries_[frame.entry - 1].node;
-    while (frame.field < list_.size(node)) {
-        key = list_.key(node, frame.field);
+    for (; frame.field < list_.size(node); ++frame.field, frame.element = 0) {
         const Index value = list_.value(node, frame.field);
-        if (list_.kind(value) == Kind::Array && frame.element < list_.size(value)) {
-            const Index element = list_.element(value, frame.element++);
-            if (list_.kind(element) == Kind::UID) return list_.uid(element);
-            continue;
-        }
-        ++frame.field;
-        frame.element = 0;
-        if (list_.kind(value) == Kind::UID && !list_.stringEquals(*key, "$class")) {
+        const Kind kind = list_.kind(value);
+        key = list_.key(node, frame.field);
+        if (kind == Kind::Array) {
+            while (frame.element < list_.size(value)) {
+                const Index element = list_.element(value, frame.element++);
+                if (list_.kind(element) != Kind::UID) continue;
+                if (const Index slot = list_.uid(element); isNew(slot)) return slot;
+            }
+        } else if (kind == Kind::UID && isNew(list_.uid(value)) &&
+                   !list_.stringEquals(*key, "$class")) {
+            ++frame.field;
             return list_.uid(value);
         }
     }

@@ -108,6 +108,8 @@ private:
     Value makeURL();
     Value makeUUID();
     ObjectPtr makeObject(std::uint32_t entry);
+    Index arrayUnder(std::string_view key) const;
+    Value member(Index array, std::size_t place, std::string_view key);
     ValueArray valuesOf(std::string_view key);
     void addToWalk(const Entry& child);
     void spend(std::uint64_t& budget, std::uint64_t amount);

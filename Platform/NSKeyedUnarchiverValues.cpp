@@ -66,19 +66,27 @@ Value NSKeyedUnarchiver::makeDate() {
     return NSDate::dateWithTimeIntervalSinceReferenceDate(seconds);
 }
 
-// The members of a container. Nil is none: it could not be told from nothing.
-ValueArray NSKeyedUnarchiver::valuesOf(std::string_view key) {
+NSKeyedUnarchiver::Index NSKeyedUnarchiver::arrayUnder(std::string_view key) const {
     const std::optional<Index> array = findOfKind(Kind::Array, key);
     if (!array) failAt("no array of references", key);
+    return *array;
+}
+
+// A member of a container. Nil is none: it could not be told from nothing.
+Value NSKeyedUnarchiver::member(Index array, std::size_t place, std::string_view key) {
+    const Index element = list_.element(array, place);
+    if (list_.kind(element) != Kind::UID) failAt("a member that is no reference", key);
+    const Index slot = list_.uid(element);
+    if (slot == 0) failAt("a nil member", key);
+    return valueOfSlot(slot, key);
+}
+
+ValueArray NSKeyedUnarchiver::valuesOf(std::string_view key) {
+    const Index array = arrayUnder(key);
     ValueArray values;
-    values.reserve(list_.size(*array));
-    for (std::size_t place = 0; place < list_.size(*array); ++place) {
-        const Index element = list_.element(*array, place);
-        if (list_.kind(element) != Kind::UID) failAt("a member that is no reference", key);
-        const Index slot = list_.uid(element);
-        if (slot == 0) failAt("a nil member", key);
-        values.push_back(valueOfSlot(slot, key));
-    }
+    values.reserve(list_.size(array));
+    for (std::size_t place = 0; place < list_.size(array); ++place)
+        values.push_back(member(array, place, key));
     return values;
 }
 
@@ -90,20 +98,22 @@ Value NSKeyedUnarchiver::makeSet() {
 }
 
 Value NSKeyedUnarchiver::makeDictionary() {
-    ValueArray keys = valuesOf("NS.keys");
-    spend(comparisonsLeft_, entries_[current_ - 1].comparison);
-    ValueArray values = valuesOf("NS.objects");
-    if (keys.size() != values.size()) {
+    const Index keys = arrayUnder("NS.keys");
+    const Index values = arrayUnder("NS.objects");
+    const std::size_t count = list_.size(keys);
+    if (count != list_.size(values)) {
         failAt(
-            std::to_string(keys.size()) + " keys and " + std::to_string(values.size()) + " values",
+            std::to_string(count) + " keys and " + std::to_string(list_.size(values)) + " values",
             "NS.objects");
     }
-    std::vector<Dictionary::Entry> entries;
-    entries.reserve(keys.size());
-    for (std::size_t place = 0; place < keys.size(); ++place)
-        entries.emplace_back(std::move(keys[place]), std::move(values[place]));
+    std::vector<Dictionary::Entry> entries(count);
+    for (std::size_t place = 0; place < count; ++place)
+        entries[place].first = member(keys, place, "NS.keys");
+    spend(comparisonsLeft_, entries_[current_ - 1].comparison);
+    for (std::size_t place = 0; place < count; ++place)
+        entries[place].second = member(values, place, "NS.objects");
     Dictionary dictionary = Dictionary::fromEntries(std::move(entries));
-    if (dictionary.size() != keys.size()) failAt("a key that stands twice", "NS.keys");
+    if (dictionary.size() != count) failAt("a key that stands twice", "NS.keys");
     return dictionary;
 }
 

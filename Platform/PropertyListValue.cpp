@@ -3,6 +3,7 @@
 // Nesting is bounded on both ways, so these may recurse.
 #include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include "Platform/BinaryPropertyList.h"
 #include "Platform/BinaryPropertyListWriter.h"
@@ -35,6 +36,11 @@ public:
                 throw PropertyListError("a UID, which only archives hold", list_.offset(object));
             default:
                 break;
+        }
+        // Short text is copied: remembering it costs more.
+        constexpr std::size_t kCopiedBytesMax = 15;
+        if (list_.kind(object) == Kind::String && list_.size(object) <= kCopiedBytesMax) {
+            return list_.string(object);
         }
         if (const auto found = made_.find(object); found != made_.end()) return found->second;
         Value value = readShared(object);

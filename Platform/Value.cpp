@@ -91,6 +91,11 @@ Dictionary Dictionary::fromEntries(std::vector<Entry> entries) {
     }
 
     Dictionary result;
+    const auto isSame = [](const Entry& a, const Entry& b) { return a.first == b.first; };
+    if (std::adjacent_find(entries.begin(), entries.end(), isSame) == entries.end()) {
+        result.entries_ = std::move(entries);
+        return result;
+    }
     result.entries_.reserve(entries.size());
     for (Entry& entry : entries) {
         if (!result.entries_.empty() && result.entries_.back().first == entry.first) {
