@@ -2,7 +2,6 @@
 #include "Platform/linux/FileSystemKind.h"
 
 #include <sys/statfs.h>
-#include <sys/sysmacros.h>
 
 #include <algorithm>
 #include <array>
@@ -205,7 +204,7 @@ const FileSystemKind& kindNamed(std::string_view name) noexcept {
     return kind == kKinds.end() ? kUnknown : *kind;
 }
 
-fsid_t identityOf(const struct ::statfs& raw, dev_t device) noexcept {
+std::optional<fsid_t> ownIdentity(const struct ::statfs& raw) noexcept {
     fsid_t identity;
     static_assert(sizeof identity == sizeof raw.f_fsid);
     std::memcpy(&identity, &raw.f_fsid, sizeof identity);
@@ -215,9 +214,11 @@ fsid_t identityOf(const struct ::statfs& raw, dev_t device) noexcept {
     };
     const bool isOwn = (identity.val[0] != 0 || identity.val[1] != 0) &&
                        !isOneOf(kStackedOnOthers) && !isOneOf(kRemote);
-    if (isOwn) return identity;
-    // The form in which the kernel itself makes an identity from a device.
-    return {{deviceNumber(gnu_dev_major(device), gnu_dev_minor(device)), 0}};
+    return isOwn ? std::optional(identity) : std::nullopt;
+}
+
+fsid_t deviceIdentity(unsigned major, unsigned minor) noexcept {
+    return {{deviceNumber(major, minor), 0}};
 }
 
 }  // namespace sevrin::platform

@@ -4,9 +4,8 @@
 // is for VolumeAttributes to probe.
 #pragma once
 
-#include <sys/types.h>
-
 #include <cstdint>
+#include <optional>
 #include <string_view>
 
 #include "Platform/AttributeList.h"
@@ -31,9 +30,12 @@ struct FileSystemKind {
 // of every file system; `name` is then empty.
 [[nodiscard]] const FileSystemKind& kindNamed(std::string_view name) noexcept;
 
-// The identity of a file system from its own figures and its device: its own, or the device where
-// it has none or one borrowed from the file system below it. That of network file systems is always
-// the device, which is known without asking a server.
-[[nodiscard]] fsid_t identityOf(const struct ::statfs& raw, dev_t device) noexcept;
+// The identity that a file system has of its own. Nothing where it has none, one borrowed from the
+// file system below it, or one that only a server knows: deviceIdentity serves those.
+[[nodiscard]] std::optional<fsid_t> ownIdentity(const struct ::statfs& raw) noexcept;
+
+// The identity that a mounted file system has by its device, in the form in which the kernel itself
+// makes one.
+[[nodiscard]] fsid_t deviceIdentity(unsigned major, unsigned minor) noexcept;
 
 }  // namespace sevrin::platform

@@ -176,7 +176,7 @@ void describeMount(const MountEntry& entry, struct statfs& record) {
     copyText(entry.mountPoint, record.f_mntonname);
     copyText(entry.source, record.f_mntfromname);
     record.f_flags = flagsOf(entry, kind);
-    record.f_fsid = {{deviceNumber(entry.deviceMajor, entry.deviceMinor), 0}};
+    record.f_fsid = deviceIdentity(entry.deviceMajor, entry.deviceMinor);
     const std::string_view owner = valueOfOption(entry.superOptions, "user_id");
     (void)std::from_chars(owner.data(), owner.data() + owner.size(), record.f_owner);
 }
@@ -192,9 +192,7 @@ bool addFigures(int fd, struct statfs& record) noexcept {
     record.f_files = raw.f_files;
     record.f_ffree = raw.f_ffree;
     record.f_type = static_cast<std::uint32_t>(raw.f_type);
-    // Objects of another user's mount may not be looked at; its device was in the table already.
-    struct stat object {};
-    if (::fstat(fd, &object) == 0) record.f_fsid = identityOf(raw, object.st_dev);
+    if (const std::optional<fsid_t> identity = ownIdentity(raw)) record.f_fsid = *identity;
     return true;
 }
 

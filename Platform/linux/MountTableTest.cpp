@@ -121,6 +121,18 @@ TEST(MountTableTest, AnOverlayIsAnotherVolumeThanTheOneBelow) {
         }
 
         EXPECT_FALSE(isSameVolume(recordOf(place), recordOf(folder.at("merged"))));
+        // Objects of an overlay may show the device of the file system below.
+        for (const char* name : {"place/lower/old", "merged/new"})
+            folder.file(name);
+        for (const char* name : {"merged/old", "merged/new"}) {
+            const std::string path = folder.at(name);
+            EXPECT_TRUE(isSameVolume(recordOf(path), recordOf(folder.at("merged")))) << name;
+            const attrlist list = listOf(ATTR_CMN_FSID);
+            std::array<char, 12> buffer{};
+            ASSERT_EQ(getattrlist(path.c_str(), &list, buffer.data(), buffer.size(), 0), 0);
+            const struct statfs record = recordOf(path);
+            EXPECT_EQ(std::memcmp(buffer.data() + 4, &record.f_fsid, sizeof record.f_fsid), 0);
+        }
         EXPECT_STREQ(recordOf(folder.at("merged")).f_fstypename, "overlay");
     }));
 }

@@ -25,7 +25,8 @@ namespace sevrin::platform {
 // What the mount table alone tells: names, flags, owner and an identity from the device.
 void describeMount(const MountEntry& entry, struct statfs& record);
 
-// The figures of the file system of the object behind `fd`, and its own identity. False with errno.
+// The figures of the file system of the object behind `fd`, and its own identity where it has one.
+// False with errno.
 [[nodiscard]] bool addFigures(int fd, struct statfs& record) noexcept;
 
 }  // namespace sevrin::platform

@@ -3,15 +3,14 @@
 
 #include <fcntl.h>
 #include <sys/statfs.h>
-#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
+#include <new>
 
 #include "Platform/linux/DirectoryEntries.h"
-#include "Platform/linux/FileSystemKind.h"
+#include "Platform/linux/MountedVolume.h"
 
 namespace sevrin::platform {
 
@@ -70,11 +69,16 @@ std::optional<std::uint32_t> countEntries(int dirfd, const char* name) noexcept 
     }
 }
 
-std::optional<fsid_t> identityOfFileSystem(int fd) noexcept {
+std::optional<fsid_t> identityOfFileSystem(int fd) noexcept try {
     struct ::statfs raw {};
-    struct stat root {};
-    if (::fstatfs(fd, &raw) != 0 || ::fstat(fd, &root) != 0) return std::nullopt;
-    return identityOf(raw, root.st_dev);
+    if (::fstatfs(fd, &raw) != 0) return std::nullopt;
+    if (const std::optional<fsid_t> identity = ownIdentity(raw)) return identity;
+    // The device of the mount: an overlay's objects may have others.
+    const std::optional<MountEntry> mount = mountOf(fd);
+    if (!mount) return std::nullopt;
+    return deviceIdentity(mount->deviceMajor, mount->deviceMinor);
+} catch (const std::bad_alloc&) {
+    return std::nullopt;
 }
 
 }  // namespace sevrin::platform
