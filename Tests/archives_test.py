@@ -17,11 +17,6 @@ BAD = os.path.join(ARCHIVES, "bad")
 # class can be archived.
 WAITING = {
     "ktvolumeinfo": "KTVolumeInfo",
-    "svpath_noattrs": "SVPath",
-    "svstandardpath": "SVStandardPath",
-    "svsubpath_nested": "SVSubPath",
-    "v_svstd_wellknown_string": "SVStandardPath",
-    "v_svsub_enclosing_wrongclass": "SVSubPath",
     "v_volume_nil": "KTVolumeInfo",
 }
 
