@@ -22,7 +22,7 @@ namespace {
 
 }  // namespace
 
-// Not static: only functions that other files may call are known at run time.
+// Known to the dynamic linker.
 [[gnu::visibility("default")]] std::uintptr_t addressWithinNamedFunction();
 [[gnu::noinline]] std::uintptr_t addressWithinNamedFunction() {
     std::array<std::uintptr_t, 1> address{};
@@ -31,6 +31,13 @@ namespace {
 }
 
 namespace {
+
+// Known to this file only.
+[[gnu::noinline]] std::uintptr_t addressWithinStaticFunction() {
+    std::array<std::uintptr_t, 1> address{};
+    takeReturnAddress(address);
+    return address[0];
+}
 
 using testing::EndsWith;
 using testing::HasSubstr;
@@ -45,6 +52,14 @@ TEST(SymbolsTest, AFunctionOfTheProgramIsNamed) {
     EXPECT_EQ(symbol->address, reinterpret_cast<std::uintptr_t>(&addressWithinNamedFunction));
     EXPECT_THAT(symbol->imagePath, HasSubstr("PlatformTests"));
     EXPECT_LT(symbol->imageBase, place);
+}
+
+TEST(SymbolsTest, AFunctionThatNoOtherFileCanCallIsNamed) {
+    const std::optional<Symbol> symbol = findSymbol(addressWithinStaticFunction());
+
+    ASSERT_TRUE(symbol);
+    EXPECT_THAT(symbol->name, HasSubstr("addressWithinStaticFunction"));
+    EXPECT_EQ(symbol->address, reinterpret_cast<std::uintptr_t>(&addressWithinStaticFunction));
 }
 
 TEST(SymbolsTest, AFunctionOfALibraryIsNamed) {

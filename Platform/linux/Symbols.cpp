@@ -1,7 +1,10 @@
-// Symbols on Linux: what the dynamic linker knows. Programs are linked so that it knows theirs.
+// Symbols on Linux: what the dynamic linker knows, and for functions that were not made known to it
+// what the image's file says.
 #include "Platform/Symbols.h"
 
 #include <dlfcn.h>
+
+#include "Platform/linux/ImageSymbols.h"
 
 namespace sevrin::platform {
 
@@ -15,6 +18,14 @@ std::optional<Symbol> findSymbol(std::uintptr_t returnAddress) {
     if (found.dli_sname != nullptr) symbol.name = found.dli_sname;
     if (found.dli_fname != nullptr) symbol.imagePath = found.dli_fname;
     symbol.imageBase = reinterpret_cast<std::uintptr_t>(found.dli_fbase);
+    if (symbol.name.empty()) {
+        const auto* function =
+            ImageSymbols::ofImage(symbol.imageBase, symbol.imagePath).find(place);
+        if (function != nullptr) {
+            symbol.address = function->begin;
+            symbol.name = function->name;
+        }
+    }
     return symbol;
 }
 
