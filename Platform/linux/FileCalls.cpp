@@ -66,14 +66,13 @@ int exchangedata(const char*, const char*, std::uint32_t) noexcept {
     return -1;
 }
 
-// The library answers 64 for every file system; what FAT keeps a size in is 32 bits without a sign.
+// What the library knows about sizes is out of date: for tmpfs it answers 32, for Btrfs 255. The
+// kernel keeps a size in 64 bits with a sign, FAT in 32 bits without one.
 long pathconf(const char* path, int name) noexcept {
+    if (name != _PC_FILESIZEBITS) return ::pathconf(path, name);
     struct statfs volume {};
-    if (name == _PC_FILESIZEBITS && ::statfs(path, &volume) == 0 &&
-        static_cast<std::uint64_t>(volume.f_type) == MSDOS_SUPER_MAGIC) {
-        return 33;
-    }
-    return ::pathconf(path, name);
+    if (::statfs(path, &volume) != 0) return -1;
+    return static_cast<std::uint64_t>(volume.f_type) == MSDOS_SUPER_MAGIC ? 33 : 64;
 }
 
 std::optional<std::string> pathWithoutFirmlinks(int fd) {
