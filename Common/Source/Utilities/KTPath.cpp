@@ -103,6 +103,10 @@ void KTPath::flushInfo() {
     url_.reset();
 }
 
+void KTPath::flushResourceValues() const {
+    if (const NSURLPtr url = madeURL()) url->removeAllCachedResourceValues();
+}
+
 std::string KTPath::extension() const {
     return std::string(platform::pathExtension(cName_.get()));
 }
@@ -138,6 +142,19 @@ std::shared_ptr<KTDirectory> KTPath::directoryInfo() const {
 void KTPath::setDirectoryInfo(const std::shared_ptr<KTDirectory>& directory) {
     const std::lock_guard guard(pathLock_);
     directory_ = directory;
+}
+
+bool KTPath::claimDirectoryInfo(const std::shared_ptr<KTDirectory>& directory) {
+    const std::lock_guard guard(pathLock_);
+    if (!directory_.expired()) return directory_.lock() == directory;
+    directory_ = directory;
+    return true;
+}
+
+void KTPath::withdrawDirectoryInfo(const std::weak_ptr<KTFileInfo>& directory) {
+    const std::lock_guard guard(pathLock_);
+    if (directory_.owner_before(directory) || directory.owner_before(directory_)) return;
+    directory_.reset();
 }
 
 int KTPath::compare(const platform::Object& other) const {

@@ -25,6 +25,7 @@
 namespace sevrin {
 
 class KTDirectory;
+class KTFileInfo;
 class KTPath;
 using KTPathPtr = std::shared_ptr<KTPath>;
 
@@ -171,14 +172,30 @@ public:
     // Sets the times of access and modification to now, where that is possible.
     void touch() const;
 
+    // The item at this path: the directory item that stands for it, else a new one. Raises what
+    // probing raises (KTFileInfo.h).
+    [[nodiscard]] std::shared_ptr<KTFileInfo> fileInfo();
+
+    // The same if it is a directory, else nullptr.
+    [[nodiscard]] std::shared_ptr<KTDirectory> directory();
+
     // --- What is kept.
 
     // The directory item that stands for this path, as long as somebody keeps it; else nullptr.
     [[nodiscard]] std::shared_ptr<KTDirectory> directoryInfo() const;
     void setDirectoryInfo(const std::shared_ptr<KTDirectory>& directory);
 
+    // Sets it unless another one stands for this path; answers whether it does now.
+    bool claimDirectoryInfo(const std::shared_ptr<KTDirectory>& directory);
+
+    // Forgets the directory item if it is this one, which may be ending.
+    void withdrawDirectoryInfo(const std::weak_ptr<KTFileInfo>& directory);
+
     // Forgets the URL and the resource values that it has fetched.
     void flushInfo();
+
+    // Forgets the resource values alone; the URL, if there is one, stays.
+    void flushResourceValues() const;
 
     // --- Comparison.
 

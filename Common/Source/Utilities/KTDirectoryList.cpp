@@ -1,0 +1,99 @@
+// The list of a directory: read by the best reader at hand, sorted, dropped.
+#include <mutex>
+#include <utility>
+
+#include "Common/Source/Utilities/KTDirectory.h"
+#include "Common/Source/Utilities/KTDirectoryReading.h"
+#include "Platform/DirectoryReader.h"
+
+namespace sevrin {
+
+namespace {
+
+// Held while any directory is read: the readers share a buffer. Never destroyed.
+std::mutex& readLock() {
+    static std::mutex& theLock = *new std::mutex;
+    return theLock;
+}
+
+using Reader = bool (*)(const KTPathPtr& path, KTDirectoryContents& contents);
+
+Reader bestReader() {
+    if (platform::hasGetattrlistbulk()) return &readDirectoryInBulk;
+    if (platform::hasGetdirentriesattr()) return &readDirectoryByAttributes;
+    return &readDirectoryPlainly;
+}
+
+}  // namespace
+
+void KTDirectory::setList(KTFileInfoPtr head, bool isRead) {
+    // What was there ends outside of the lock.
+    const std::lock_guard guard(listLock_);
+    std::swap(firstObject_, head);
+    clearMark(kContentsRead | kSortedByName);
+    if (isRead) setMark(kContentsRead);
+}
+
+void KTDirectory::lazyDirectoryRead() {
+    if (hasMark(kContentsRead)) return;
+    const Reader read = bestReader();
+    const KTPathPtr path = pathObject();
+    const std::lock_guard guard(readLock());
+    if (hasMark(kContentsRead)) return;
+    KTDirectoryContents contents;
+    try {
+        const bool isRead = read(path, contents);
+        entryCount_ = contents.entryCount;
+        setList(contents.listing.head(), isRead);
+    } catch (...) {
+        entryCount_ = contents.entryCount;
+        setList(contents.listing.head(), false);
+        throw;
+    }
+}
+
+void KTDirectory::flushDirectoryContents() {
+    const std::lock_guard guard(readLock());
+    if (hasMark(kContentsRead)) setList(nullptr, false);
+}
+
+KTFileInfoPtr KTDirectory::firstObject() {
+    lazyDirectoryRead();
+    const std::lock_guard guard(listLock_);
+    return firstObject_;
+}
+
+// Sorts what is the list now. When it is flushed meanwhile, nobody wants the result any longer.
+template <typename Order>
+void KTDirectory::resort(Order order, bool isByName) {
+    KTFileInfoPtr head = firstObject();
+    const KTFileInfoPtr before = head;
+    const auto store = [&] {
+        const std::lock_guard guard(listLock_);
+        if (firstObject_ != before) return;
+        firstObject_ = head;
+        clearMark(kSortedByName);
+        if (isByName) setMark(kSortedByName);
+    };
+    try {
+        order(head);
+    } catch (...) {
+        isByName = false;
+        store();
+        throw;
+    }
+    store();
+}
+
+void KTDirectory::sort() {
+    const std::lock_guard guard(sortLock_);
+    lazyDirectoryRead();
+    if (!hasMark(kSortedByName)) resort(&KTListing::sortByName, true);
+}
+
+void KTDirectory::resortUsing(const KTFileInfoComparison& compare) {
+    const std::lock_guard guard(sortLock_);
+    resort([&](KTFileInfoPtr& head) { KTListing::sort(head, compare); }, false);
+}
+
+}  // namespace sevrin

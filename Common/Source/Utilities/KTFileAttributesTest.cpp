@@ -1,0 +1,295 @@
+// Tests of the attributes of items: what is fetched, kept, changed, written back and flushed.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <memory>
+
+#include "Common/Source/Utilities/BSDTimeSpec.h"
+#include "Common/Source/Utilities/KTDirectory.h"
+#include "Common/Source/Utilities/KTRegularFile.h"
+#include "Common/Source/Utilities/SVException.h"
+#include "Common/Source/Utilities/TestLogger.h"
+#include "Platform/TestFolder.h"
+
+namespace sevrin {
+namespace {
+
+using platform::TestFolder;
+using platform::Value;
+
+bool isSame(const timespec& left, const timespec& right) {
+    return left.tv_sec == right.tv_sec && left.tv_nsec == right.tv_nsec;
+}
+
+void expectAttributesOf(const struct stat& expected, const KTFileInfo& item) {
+    EXPECT_EQ(item.localIdentifier(), expected.st_ino);
+    EXPECT_EQ(item.ownerID(), expected.st_uid);
+    EXPECT_EQ(item.groupID(), expected.st_gid);
+    EXPECT_EQ(item.access(), expected.st_mode & 07777U);
+    EXPECT_TRUE(isSame(item.modifiedTimeSpec(), expected.st_mtim));
+    EXPECT_TRUE(isSame(item.attributeChangedTimeSpec(), expected.st_ctim));
+    EXPECT_EQ(item.effectiveAccess() & 4U, 4U);
+    EXPECT_EQ(item.fileFlags(), 0U);
+}
+
+TEST(KTFileAttributesTest, AnItemHasTheAttributesOfItsFile) {
+    const TestFolder folder;
+    const auto item = KTFileInfo::infoForPath(folder.write("a", "hello"));
+    ASSERT_EQ(::chmod(item->cPath(), 04751), 0);
+
+    expectAttributesOf(folder.attributes("a"), *item);
+    EXPECT_EQ(item->access(), 04751U);
+}
+
+TEST(KTFileAttributesTest, AnItemOfAListingHasThemToo) {
+    const TestFolder folder;
+    folder.write("a", "hello");
+    const auto item = KTDirectory::directoryWithPath(folder.path())->firstObject();
+
+    expectAttributesOf(folder.attributes("a"), *item);
+}
+
+TEST(KTFileAttributesTest, TheDatesAreTheTimes) {
+    const TestFolder folder;
+    const auto item = KTFileInfo::infoForPath(folder.write("a"));
+
+    EXPECT_EQ(item->modifiedDate(), newCFDateWithBSDTimeSpec(item->modifiedTimeSpec()));
+    EXPECT_EQ(item->attributeChangedDate(),
+              newCFDateWithBSDTimeSpec(item->attributeChangedTimeSpec()));
+    EXPECT_EQ(item->createdDate(), newCFDateWithBSDTimeSpec(item->createdTimeSpec()));
+    EXPECT_DOUBLE_EQ(
+        newCFDateWithBSDTimeSpec({978'307'201, 500'000'000}).timeIntervalSinceReferenceDate(), 1.5);
+}
+
+TEST(KTFileAttributesTest, AttributesAreKeptUntilTheyAreFlushed) {
+    const TestFolder folder;
+    const auto item = KTFileInfo::infoForPath(folder.write("a"));
+    ASSERT_EQ(::chmod(item->cPath(), 0600), 0);
+    EXPECT_EQ(item->access(), 0600U);
+    ASSERT_EQ(::chmod(item->cPath(), 0640), 0);
+
+    EXPECT_EQ(item->access(), 0600U);
+    EXPECT_EQ(item->reevaluateType()->access(), 0600U);
+    item->flushAttributes();
+    EXPECT_EQ(item->access(), 0640U);
+}
+
+TEST(KTFileAttributesTest, WhatVanishedHasNoAttributesToFetch) {
+    const TestFolder folder;
+    const auto item = KTFileInfo::infoForPath(folder.write("a"));
+    ASSERT_EQ(::unlink(item->cPath()), 0);
+    try {
+        static_cast<void>(item->ownerID());
+        FAIL();
+    } catch (const SVException& exception) {
+        EXPECT_EQ(exception.name(), "IO");
+        EXPECT_EQ(exception.reason(), "failed to get attributes");
+        EXPECT_EQ(*exception.details().find("POSIXErr"), Value(ENOENT));
+        EXPECT_EQ(*exception.details().find("Path"), Value(folder / "a"));
+        EXPECT_EQ(*exception.details().find("Name"), Value("a"));
+        EXPECT_EQ(*exception.details().find("Type"), Value("regular file"));
+    }
+}
+
+TEST(KTFileAttributesTest, AFailedFetchIsTriedAgain) {
+    const TestFolder folder;
+    const auto item = KTFileInfo::infoForPath(folder.write("a"));
+    ASSERT_EQ(::unlink(item->cPath()), 0);
+    EXPECT_THROW(static_cast<void>(item->ownerID()), SVException);
+    folder.write("a");
+
+    EXPECT_EQ(item->ownerID(), ::geteuid());
+}
+
+TEST(KTFileAttributesTest, NothingIsAskedAboutWhatDoesNotExist) {
+    const TestFolder folder;
+    const auto item = KTFileInfo::infoForPath(folder / "a");
+    folder.write("a");
+
+    item->setModifiedAttributes();
+    EXPECT_EQ(item->localIdentifier(), 0U);
+    EXPECT_EQ(item->acl(), nullptr);
+}
+
+TEST(KTFileAttributesTest, ASetAttributeIsWrittenAloneAndOnce) {
+    const TestFolder folder;
+    const auto item = KTFileInfo::infoForPath(folder.write("a"));
+    const timespec past{1'000'000'000, 0};
+    item->setAccess(0604);
+    EXPECT_EQ(item->access(), 0604U);
+    EXPECT_NE(folder.attributes("a").st_mode & 07777U, 0604U);
+    const timespec times[2] = {past, past};
+    ASSERT_EQ(::utimensat(AT_FDCWD, item->cPath(), times, 0), 0);
+
+    item->setModifiedAttributes();
+
+    EXPECT_EQ(folder.attributes("a").st_mode & 07777U, 0604U);
+    EXPECT_TRUE(isSame(folder.attributes("a").st_mtim, past));
+    ASSERT_EQ(::chmod(item->cPath(), 0600), 0);
+    item->setModifiedAttributes();
+    EXPECT_EQ(folder.attributes("a").st_mode & 07777U, 0600U);
+}
+
+TEST(KTFileAttributesTest, TimesAreWrittenToTheNanosecond) {
+    const TestFolder folder;
+    const auto item = KTFileInfo::infoForPath(folder.write("a"));
+    const timespec past{1'234'567'890, 123'456'789};
+
+    item->setModifiedTimeSpec(past);
+    item->setModifiedAttributes();
+
+    EXPECT_TRUE(isSame(folder.attributes("a").st_mtim, past));
+}
+
+TEST(KTFileAttributesTest, TheAttributesOfALinkAreWrittenToTheLink) {
+    const TestFolder folder;
+    folder.write("a");
+    const auto link = KTFileInfo::infoForPath(folder.makeLink("a", "l"));
+    const timespec before = folder.attributes("a").st_mtim;
+
+    link->setModifiedTimeSpec({1'000'000'000, 0});
+    link->setModifiedAttributes();
+
+    EXPECT_EQ(folder.attributes("l").st_mtim.tv_sec, 1'000'000'000);
+    EXPECT_TRUE(isSame(folder.attributes("a").st_mtim, before));
+}
+
+TEST(KTFileAttributesTest, WhatCannotBeWrittenIsPassedOver) {
+    const TestFolder folder;
+    const auto item = KTFileInfo::infoForPath(folder.write("a"));
+    static_cast<void>(item->access());
+    ASSERT_EQ(::unlink(item->cPath()), 0);
+
+    EXPECT_NO_THROW(item->setCommonAttributes(platform::ATTR_CMN_FILEID));
+    EXPECT_THROW(item->setCommonAttributes(platform::ATTR_CMN_ACCESSMASK), SVException);
+}
+
+TEST(KTFileAttributesTest, NothingIsWrittenBeforeAnythingWasFetched) {
+    const TestFolder folder;
+    const auto item = KTFileInfo::infoForPath(folder.write("a"));
+    ASSERT_EQ(::unlink(item->cPath()), 0);
+
+    EXPECT_NO_THROW(item->setCommonAttributes(platform::ATTR_CMN_ACCESSMASK));
+    EXPECT_NO_THROW(item->setModifiedAttributes());
+}
+
+TEST(KTFileAttributesTest, ARefusedWriteRaisesWritesNothingAndKeepsTheChanges) {
+    const TestFolder folder;
+    const auto item = KTFileInfo::infoForPath(folder.write("a"));
+    const mode_t mode = folder.attributes("a").st_mode;
+    item->setAccess(0604);
+    item->setCreatedTimeSpec({1'000'000'000, 0});
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        try {
+            item->setModifiedAttributes();
+            FAIL();
+        } catch (const SVException& exception) {
+            EXPECT_EQ(exception.reason(), "unable to set attributes");
+            EXPECT_EQ(*exception.details().find("Path"), Value(folder / "a"));
+            EXPECT_EQ(*exception.details().find("attributeSet"), Value("0x00020200"));
+        }
+    }
+    EXPECT_EQ(folder.attributes("a").st_mode, mode);
+}
+
+TEST(KTFileAttributesTest, AFlushDiscardsChanges) {
+    const TestFolder folder;
+    const auto item = KTFileInfo::infoForPath(folder.write("a"));
+    const std::uint32_t before = item->access();
+    item->setAccess(0604);
+
+    item->flushAttributes();
+    item->setModifiedAttributes();
+
+    EXPECT_EQ(item->access(), before);
+    EXPECT_EQ(folder.attributes("a").st_mode & 07777U, before);
+}
+
+TEST(KTFileAttributesTest, AnOwnerIsWrittenByRoot) {
+    if (::geteuid() != 0) GTEST_SKIP() << "only root gives files away";
+    const TestFolder folder;
+    const auto item = KTFileInfo::infoForPath(folder.write("a"));
+
+    item->setOwnerID(12345);
+    item->setGroupID(23456);
+    item->setModifiedAttributes();
+
+    EXPECT_EQ(folder.attributes("a").st_uid, 12345U);
+    EXPECT_EQ(folder.attributes("a").st_gid, 23456U);
+}
+
+TEST(KTFileAttributesTest, AFileWithoutAListHasNone) {
+    const TestFolder folder;
+    const auto item = KTFileInfo::infoForPath(folder.write("a"));
+
+    EXPECT_EQ(item->acl(), nullptr);
+    item->flushAttributes();
+    EXPECT_EQ(item->acl(), nullptr);
+    EXPECT_EQ(item->ownerID(), ::geteuid());
+}
+
+TEST(KTFileAttributesTest, TheRecordsHaveTheirSizes) {
+    const TestFolder folder;
+    ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0);
+
+    EXPECT_EQ(KTFileInfo::infoForPath(folder / "pipe")->commonAttrSize(), 96U);
+    EXPECT_EQ(KTFileInfo::infoForPath(folder.write("a"))->commonAttrSize(), 128U);
+    EXPECT_EQ(KTFileInfo::infoForPath(folder.path())->commonAttrSize(), 112U);
+}
+
+TEST(KTFileAttributesTest, AFileWhoseNameBeginsWithAPointIsHidden) {
+    const TestFolder folder;
+
+    EXPECT_TRUE(KTFileInfo::infoForPath(folder.write(".a"))->isHidden());
+    EXPECT_FALSE(KTFileInfo::infoForPath(folder.write("a"))->isHidden());
+    EXPECT_FALSE(KTFileInfo::infoForPath(folder / "a")->isHiddenExtension());
+    EXPECT_FALSE(KTFileInfo::infoForPath(folder / "a")->isExcludedFromBackup());
+}
+
+TEST(KTFileAttributesTest, ItemsOfOneVolumeHaveOneIdentifier) {
+    const TestFolder folder;
+    const Value first = KTFileInfo::infoForPath(folder.write("a"))->volumeIdentifier();
+    const Value second = KTFileInfo::infoForPath(folder.write("b"))->volumeIdentifier();
+
+    EXPECT_FALSE(first.isNull());
+    EXPECT_EQ(first, second);
+}
+
+TEST(KTFileAttributesTest, AResourceValueThatCannotBeHadIsFalseAndLogged) {
+    const auto logger = std::make_shared<TestLogger>();
+    const ScopedDefaultLogger installed(logger);
+    const auto item = KTFileInfo::infoForPath("/nowhere/x");
+
+    EXPECT_FALSE(item->isHidden());
+    EXPECT_FALSE(item->isHiddenExtension());
+    EXPECT_FALSE(item->isExcludedFromBackup());
+    EXPECT_TRUE(item->volumeIdentifier().isNull());
+
+    std::string all;
+    for (const std::string& line : logger->lines())
+        all += line + "\n";
+    for (const char* reason : {"9 problem obtaining isHidden attribute",
+                               "9 problem obtaining isHiddenExtension attribute",
+                               "9 problem obtaining isExcludedFromBackup attribute",
+                               "9 problem obtaining volumeIdentifier attribute"}) {
+        EXPECT_NE(all.find(reason), std::string::npos) << all;
+    }
+}
+
+TEST(KTFileAttributesTest, AFlushForgetsTheResourceValues) {
+    const TestFolder folder;
+    const auto item = KTFileInfo::infoForPath(folder.write("a"));
+    EXPECT_FALSE(item->volumeIdentifier().isNull());
+    ASSERT_EQ(::unlink(item->cPath()), 0);
+    EXPECT_FALSE(item->volumeIdentifier().isNull());
+
+    item->flushAttributes();
+
+    EXPECT_TRUE(item->volumeIdentifier().isNull());
+}
+
+}  // namespace
+}  // namespace sevrin
