@@ -103,6 +103,23 @@ TEST_F(UserSwitchboardProcessTest, EndsWithStatusTwoAfterSIGTERM) {
     EXPECT_FALSE(exists(socket_));
 }
 
+TEST_F(UserSwitchboardProcessTest, WritesTheRecordsOfItsStartAndItsEndIntoTheUsersLog) {
+    ServiceProcess service = start();
+    ASSERT_TRUE(service.waitUntilReady());
+    const std::string process = "." + std::to_string(service.process()) + ".";
+    service.signal(SIGTERM);
+    EXPECT_EQ(console(service), "");
+    EXPECT_EQ(service.wait(), 2);
+
+    const std::string log = contents(folder_.logFile());
+    EXPECT_THAT(log, testing::ContainsRegex(" #debug# started Switchboard-2.2.5.12 .8[.0-9]*" +
+                                            process + "[0-9]+]\n"));
+    EXPECT_THAT(log, testing::HasSubstr(" #debug# port: " + name_ + " ["));
+    EXPECT_THAT(log, testing::HasSubstr(" #debug# users: " + std::to_string(user_) + " ["));
+    EXPECT_THAT(
+        log, testing::HasSubstr(" #debug# stopping Switchboard-2.2.5.12, exiting with status 2 ["));
+}
+
 TEST_F(UserSwitchboardProcessTest, EndsWithStatusZeroAfterSIGINT) {
     ServiceProcess service = start();
     ASSERT_TRUE(service.waitUntilReady());

@@ -143,6 +143,7 @@ Peer Peer::switchboard(const std::string& program, const std::string& folder) {
     if (pid == 0) {
         ::prctl(PR_SET_PDEATHSIG, SIGKILL);
         ::setenv("SEVRIN_BOOTSTRAP_DIR", folder.c_str(), 1);
+        ::setenv("CFFIXED_USER_HOME", folder.c_str(), 1);
         if (::geteuid() == 0) {
             ::execl(program.c_str(), program.c_str(), "--users", "65534", nullptr);
         } else {

@@ -56,7 +56,8 @@ function(sevrin_folder_sources variable)
 endfunction()
 
 # sevrin_folder_tests(<target> <library>... [FOLDERS <subfolder>...]): one test program from every *Test.cpp of the
-# folder and of the subfolders named. Each test is registered by itself, so that CTest runs them side by side.
+# folder and of the subfolders named. Each test is registered by itself, so that CTest runs them side by side. Programs
+# that may log do so in a home folder of their own.
 function(sevrin_folder_tests target)
   if(NOT SEVRIN_TESTS)
     return()
@@ -71,6 +72,9 @@ function(sevrin_folder_tests target)
   file(GLOB tests CONFIGURE_DEPENDS ${globs})
   if(NOT tests)
     return()
+  endif()
+  if(NOT given_UNPARSED_ARGUMENTS STREQUAL "SevrinPlatform")
+    list(APPEND tests ${PROJECT_SOURCE_DIR}/Tests/Support/OwnHome.cpp)
   endif()
   add_executable(${target} ${tests})
   target_link_libraries(${target} PRIVATE ${given_UNPARSED_ARGUMENTS} GTest::gtest GTest::gmock GTest::gtest_main)

@@ -131,6 +131,10 @@ class Place:
         """The folder with the sockets: root's for the system switchboard, else the user's own."""
         return self._own_folder("system", os.geteuid()) if is_system else self._own_folder(f"user-{owner}", owner)
 
+    def log(self, owner):
+        """The log file of a user."""
+        return Path(self._own_folder(f"home-{owner}", owner)) / "Library/Logs/Sevrin/Sevrin.log"
+
     def _own_folder(self, name, owner):
         folder = self.folder / name
         if not folder.exists():

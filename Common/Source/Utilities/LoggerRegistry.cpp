@@ -6,6 +6,7 @@
 #include <string>
 #include <utility>
 
+#include "Common/Source/Utilities/LogFileLogger.h"
 #include "Common/Source/Utilities/NSLogLogger.h"
 
 namespace sevrin::LoggerRegistry {
@@ -21,6 +22,7 @@ struct Factories {
 Factories& factories() {
     static Factories& theFactories = *[] {
         auto* const made = new Factories;
+        made->byName.emplace(kStandardLogger, [] { return LogFileLogger::makeUnlessStuck(); });
         made->byName.emplace("NSLogLogger", [] { return std::make_shared<NSLogLogger>(); });
         return made;
     }();

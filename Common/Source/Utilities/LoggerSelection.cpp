@@ -14,10 +14,11 @@ namespace sevrin {
 
 namespace {
 
-// Attempts at the standard logger that may be under way within each other. Opening a log may log,
-// which chooses a logger; that inner choice may succeed where the outer one is still busy making
-// folders. A third one would only fail as the others do.
-constexpr int kNestedAttemptsMax = 2;
+// Attempts at the standard logger that may be under way within each other. Opening a log logs each
+// folder that it makes for it, of which there are three; that line chooses a logger too, which
+// succeeds where the outer choice is still busy making folders. More would only fail as the others
+// do.
+constexpr int kNestedAttemptsMax = 4;
 
 struct Selection {
     std::mutex slotLock;  // Held for nothing but the slot.

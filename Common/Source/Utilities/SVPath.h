@@ -106,7 +106,7 @@ public:
     // circumstances in the log. Not for a location without a path.
     virtual void create();
 
-    // "SVSubPath.0x55d0c8a0 { path=/home/ada/Library/Logs }"
+    // "SVSubPath.0x55d0c8a0 { path=/Library/Logs }"
     [[nodiscard]] std::string description() const override;
 
     // --- Archives: how the folder is found and its attributes, never its path.

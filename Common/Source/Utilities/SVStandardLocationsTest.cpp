@@ -1,10 +1,14 @@
 // Tests of the standard locations.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
+#include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -12,7 +16,7 @@
 #include "Common/Source/Utilities/SVStandardPath.h"
 #include "Platform/NSFileManager.h"
 #include "Platform/TestPlaces.h"
-#include "Platform/linux/TestProcess.h"
+#include "Platform/UniqueFd.h"
 
 namespace sevrin {
 namespace {
@@ -21,7 +25,7 @@ using platform::Dictionary;
 using platform::ScopedVariable;
 using platform::TestFolder;
 using platform::TestPlaces;
-using platform::TestProcess;
+using platform::UniqueFd;
 using platform::writePropertyList;
 using testing::ElementsAre;
 
@@ -30,14 +34,36 @@ protected:
     std::string home(const std::string& path) const { return places_.home() + path; }
     std::string machine(const std::string& path) const { return places_.machine() + path; }
 
-    // What a fresh process says: the library, the folder at boot, on one volume, with helper.
+    // What a fresh process says, a line each: the library, the folder at boot, whether both are on
+    // one volume, whether the helper is used. `name` is what it takes for its own path.
     static std::vector<std::string> tell(const std::string& program = LOCATIONS_TEST_HELPER,
-                                         const TestProcess::Start& start = {}) {
-        TestProcess process(program, {}, start);
+                                         const std::optional<uid_t>& user = std::nullopt,
+                                         const std::string& name = "") {
+        int ends[2];
+        if (::pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
+        const UniqueFd output(ends[0]);
+        UniqueFd theirs(ends[1]);
+        const std::string first = name.empty() ? program : name;
+        const pid_t child = ::fork();
+        if (child == 0) {
+            ::dup2(theirs.get(), STDOUT_FILENO);
+            if (user && (::setgid(*user) != 0 || ::setuid(*user) != 0)) ::_exit(126);
+            ::execl(program.c_str(), first.c_str(), static_cast<char*>(nullptr));
+            ::_exit(127);
+        }
+        theirs.reset();
+        std::string said;
+        char buffer[4096];
+        for (ssize_t size = 0; (size = ::read(output.get(), buffer, sizeof buffer)) > 0;)
+            said.append(buffer, static_cast<std::size_t>(size));
+        int status = -1;
+        ::waitpid(child, &status, 0);
+        EXPECT_EQ(status, 0);
+
         std::vector<std::string> lines;
-        while (const auto line = process.line())
-            lines.push_back(*line);
-        EXPECT_EQ(process.finish(), 0);
+        std::istringstream text(said);
+        for (std::string line; std::getline(text, line);)
+            lines.push_back(line);
         return lines;
     }
 
@@ -198,10 +224,7 @@ protected:
 
     std::string libraryOf(mode_t mode) const {
         EXPECT_EQ(::chmod(tool_.c_str(), mode), 0);
-        TestProcess::Start start;
-        start.user = kCaller;
-        start.environment = {"HOME=" + places_.home()};
-        return tell(tool_, start).at(0);
+        return tell(tool_, kCaller).at(0);
     }
 
     const std::string owner_ = places_.folder() / "owner";
@@ -222,26 +245,8 @@ TEST_F(SetUserIdToolTest, AFirstArgumentThatIsNotTheProgramIsNotBelieved) {
     const std::string other = places_.folder() / "home/other";
     std::filesystem::copy(LOCATIONS_TEST_HELPER, other);
     ASSERT_EQ(::chmod(other.c_str(), 04755), 0);
-    int output[2];
-    ASSERT_EQ(::pipe2(output, O_CLOEXEC), 0);
 
-    const pid_t child = ::fork();
-    if (child == 0) {
-        ::dup2(output[1], STDOUT_FILENO);
-        if (::setgid(kCaller) != 0 || ::setuid(kCaller) != 0) ::_exit(126);
-        ::execl(tool_.c_str(), other.c_str(), static_cast<char*>(nullptr));
-        ::_exit(127);
-    }
-    ::close(output[1]);
-    char buffer[4096];
-    const ssize_t size = ::read(output[0], buffer, sizeof buffer);
-    ::close(output[0]);
-    int status = 0;
-    ::waitpid(child, &status, 0);
-
-    ASSERT_GT(size, 0);
-    EXPECT_THAT(std::string(buffer, static_cast<std::size_t>(size)),
-                testing::StartsWith("/Library\n"));
+    EXPECT_EQ(tell(tool_, kCaller, other).at(0), "/Library");
 }
 
 }  // namespace

@@ -1,0 +1,134 @@
+// A process of its own for the tests of the shared log file.
+//
+//     log-test-helper write NAME COUNT     two threads write at least COUNT lines each, of 10 to
+//                                          8,000 bytes, and go on, slowly, until input ends:
+//                                          "NAME.thread.number." and as many x as fit; then says
+//                                          how many there were
+//     log-test-helper rotate FOLDER        links every log file into FOLDER under a number and then
+//                                          rotates, every 50 milliseconds until input ends, and
+//                                          says so each time
+//     log-test-helper listen               writes a line for each line of input, and hears
+//     rotations
+//
+// They say "ready" on standard output when they have begun, and "written" for each line of input.
+#include <sys/select.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <cstdlib>
+#include <functional>
+#include <iostream>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Common/Source/Utilities/LogFileLogger.h"
+#include "Platform/DispatchQueue.h"
+#include "Platform/NSRunLoop.h"
+
+namespace sevrin {
+namespace {
+
+using platform::DispatchQueue;
+using platform::NSRunLoop;
+
+constexpr std::size_t kLineMin = 10;
+constexpr std::size_t kLineMax = 8000;
+constexpr std::chrono::milliseconds kRotationInterval{50};
+
+void say(const std::string& word) {
+    std::cout << word << std::endl;
+}
+
+// Runs the main run loop until `work` is done on another thread.
+void serveUntilDone(const std::function<void()>& work) {
+    std::thread worker([&] {
+        work();
+        DispatchQueue::mainQueue().async([] { NSRunLoop::currentRunLoop().stop(); });
+    });
+    NSRunLoop::currentRunLoop().run();
+    worker.join();
+}
+
+// Gives the number of lines.
+int writeLines(const std::string& name, int count, const std::atomic<bool>& isEnded) {
+    std::minstd_rand random(static_cast<unsigned>(std::hash<std::string>()(name)));
+    int number = 0;
+    for (; number < count || !isEnded; ++number) {
+        std::string message = name + "." + std::to_string(number) + ".";
+        const std::size_t size = kLineMin + random() % (kLineMax - kLineMin + 1);
+        if (message.size() < size) message.append(size - message.size(), 'x');
+        Logger::logMessage(LogClassification::Minutia, message);
+        if (number >= count) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return number;
+}
+
+void write(const std::string& name, int count) {
+    serveUntilDone([&] {
+        std::atomic<bool> isEnded = false;
+        std::atomic<int> lines = 0;
+        std::thread first([&] { lines += writeLines(name + ".1", count, isEnded); });
+        std::thread second([&] { lines += writeLines(name + ".2", count, isEnded); });
+        while (std::cin.get() != std::istream::traits_type::eof()) {
+        }
+        isEnded = true;
+        first.join();
+        second.join();
+        say(std::to_string(lines));
+    });
+}
+
+bool inputHasEnded() {
+    fd_set input;
+    FD_ZERO(&input);
+    FD_SET(STDIN_FILENO, &input);
+    timeval pause{.tv_sec = 0, .tv_usec = std::chrono::microseconds(kRotationInterval).count()};
+    return ::select(STDIN_FILENO + 1, &input, nullptr, nullptr, &pause) > 0;
+}
+
+void rotate(const std::string& folder) {
+    const LogFileLoggerPtr logger = LogFileLogger::make();
+    const std::string current = logger->currentLogFilePath();
+    for (int number = 0; !inputHasEnded(); ++number) {
+        const std::string link = folder + "/" + std::to_string(number);
+        if (::link(current.c_str(), link.c_str()) != 0) continue;
+        logger->rotateLogKeeping(3);
+        say("rotated");
+    }
+}
+
+void listen() {
+    serveUntilDone([] {
+        for (std::string line; std::getline(std::cin, line);) {
+            Logger::logMessage(LogClassification::Minutia, line);
+            say("written");
+        }
+    });
+}
+
+int run(const std::vector<std::string>& words) {
+    const std::string verb = words.size() > 1 ? words[1] : "";
+    const LoggerPtr installed = Logger::defaultLogger();
+    say("ready");
+    if (verb == "write" && words.size() == 4) {
+        write(words[2], std::atoi(words[3].c_str()));
+    } else if (verb == "rotate" && words.size() == 3) {
+        rotate(words[2]);
+    } else if (verb == "listen") {
+        listen();
+    } else {
+        return 2;
+    }
+    return 0;
+}
+
+}  // namespace
+}  // namespace sevrin
+
+int main(int count, char** words) {
+    return sevrin::run({words, words + count});
+}
