@@ -75,7 +75,7 @@ class CompletionsTest(ProgramTest):
 
     def test_bash_completes_the_verbs_and_the_options_of_each(self):
         self.assertEqual(self.bash(""), set(self.verbs))
-        self.assertEqual(self.bash("p"), {"ping", "publish", "post"})
+        self.assertEqual(self.bash("p"), {"ping", "publish", "post", "prefs"})
         for verb, options in self.options.items():
             with self.subTest(verb=verb):
                 self.assertEqual(self.bash(verb, "-"), options)

@@ -14,6 +14,8 @@ void addVerbs(CommandLine& commandLine) {
     addPost(commandLine);
     addMonitor(commandLine);
     addArchive(commandLine);
+    addPrefs(commandLine);
+    addLocations(commandLine);
 }
 
 }  // namespace sevrin

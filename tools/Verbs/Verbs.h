@@ -8,9 +8,11 @@ namespace sevrin {
 void addArchive(CommandLine& commandLine);
 void addBuild(CommandLine& commandLine);
 void addCall(CommandLine& commandLine);
+void addLocations(CommandLine& commandLine);
 void addMonitor(CommandLine& commandLine);
 void addPing(CommandLine& commandLine);
 void addPost(CommandLine& commandLine);
+void addPrefs(CommandLine& commandLine);
 void addPublish(CommandLine& commandLine);
 void addQuery(CommandLine& commandLine);
 void addVersion(CommandLine& commandLine);

@@ -14,6 +14,8 @@ _switchboardctl_options() {
         wait) printf '%s\n' --gone ;;
         post) printf '%s\n' --source --info --info-json ;;
         monitor) printf '%s\n' --source --count -o --output ;;
+        prefs) printf '%s\n' --type -o --output ;;
+        locations) printf '%s\n' -o --output ;;
     esac
 }
 
@@ -23,11 +25,13 @@ _switchboardctl_columns() {
         ping) printf '%s\n' seq time ;;
         query) printf '%s\n' id pid user uid gid process ;;
         monitor) printf '%s\n' time name source info ;;
+        prefs) printf '%s\n' key type value ;;
+        locations) printf '%s\n' name exists mode owner group path ;;
     esac
 }
 
 _switchboardctl() {
-    local verbs='version build ping publish query call wait post monitor archive'
+    local verbs='version build ping publish query call wait post monitor archive prefs locations'
     local verb='' option='' ended='' words=0 i word
 
     # What stands before the cursor: the verb, how many words follow it, and an option that still wants its value.
@@ -43,7 +47,7 @@ _switchboardctl() {
         elif [[ -z $ended && $word == -* ]]; then
             case $word in
                 --color | --timeout | --count | --component-version | --build-number | --source | --info | --info-json | \
-                    -o | --output) option=$word ;;
+                    --type | -o | --output) option=$word ;;
             esac
         elif [[ -z $verb ]]; then
             verb=$word
@@ -58,6 +62,7 @@ _switchboardctl() {
     fi
     case $option in
         --color) choices='auto always never' ;;
+        --type) choices='string boolean integer real date data json' ;;
         -o | --output)
             choices=$(_switchboardctl_columns "$verb")
             [[ $current == *,* ]] && prefix=${current%,*},
@@ -71,6 +76,8 @@ _switchboardctl() {
                 choices='version build barrier'
             elif [[ $verb == archive && $words == 0 ]]; then
                 choices='show to-json from-json diff'
+            elif [[ $verb == prefs && $words == 0 ]]; then
+                choices='read write delete list'
             elif [[ $verb == archive ]]; then
                 mapfile -t COMPREPLY < <(compgen -f -- "$current")
                 return

@@ -13,7 +13,7 @@ function __switchboardctl_words
             set ended yes
         else if test -z "$ended"; and string match -q -- '-*' $word
             contains -- $word --color --timeout --count --component-version --build-number --source --info \
-                --info-json -o --output
+                --info-json --type -o --output
             and set wants_value yes
         else
             echo $word
@@ -47,6 +47,12 @@ function __switchboardctl_archive_file
     and test (count (__switchboardctl_words)) -ge 2
 end
 
+# Whether what to do with preferences comes next.
+function __switchboardctl_prefs_action
+    __switchboardctl_verb prefs
+    and test (count (__switchboardctl_words)) -eq 1
+end
+
 # The columns given, appended to those that are typed already.
 function __switchboardctl_columns
     set -l typed (string match -r '.*,' -- (commandline -ct | string replace -r '^(--output=|-o)' ''))
@@ -65,9 +71,12 @@ complete -c switchboardctl -n __switchboardctl_no_verb -a wait -d 'Wait until an
 complete -c switchboardctl -n __switchboardctl_no_verb -a post -d 'Post a notification'
 complete -c switchboardctl -n __switchboardctl_no_verb -a monitor -d 'Print notifications as they come'
 complete -c switchboardctl -n __switchboardctl_no_verb -a archive -d 'Show, convert and compare keyed archives'
+complete -c switchboardctl -n __switchboardctl_no_verb -a prefs -d 'Read and change preferences'
+complete -c switchboardctl -n __switchboardctl_no_verb -a locations -d 'Print where the suite keeps its files'
 
 complete -c switchboardctl -n __switchboardctl_archive_action -a 'show to-json from-json diff'
 complete -c switchboardctl -n __switchboardctl_archive_file -F
+complete -c switchboardctl -n __switchboardctl_prefs_action -a 'read write delete list'
 complete -c switchboardctl -n __switchboardctl_question -a 'version build barrier'
 
 complete -c switchboardctl -s h -l help -d 'Print help and exit'
@@ -89,6 +98,12 @@ complete -c switchboardctl -n '__switchboardctl_verb query' -s o -l output -x -d
     -a '(__switchboardctl_columns id pid user uid gid process)'
 complete -c switchboardctl -n '__switchboardctl_verb monitor' -s o -l output -x -d 'The columns to print' \
     -a '(__switchboardctl_columns time name source info)'
+complete -c switchboardctl -n '__switchboardctl_verb prefs' -s o -l output -x -d 'The columns to print' \
+    -a '(__switchboardctl_columns key type value)'
+complete -c switchboardctl -n '__switchboardctl_verb locations' -s o -l output -x -d 'The columns to print' \
+    -a '(__switchboardctl_columns name exists mode owner group path)'
+complete -c switchboardctl -n '__switchboardctl_verb prefs' -l type -x -d 'What to write' \
+    -a 'string boolean integer real date data json'
 complete -c switchboardctl -n '__switchboardctl_verb publish' -l component-version -x -d 'The version that it answers'
 complete -c switchboardctl -n '__switchboardctl_verb publish' -l build-number -x -d 'The build number that it answers'
 complete -c switchboardctl -n '__switchboardctl_verb wait' -l gone -d 'Wait until nobody publishes it'
