@@ -18,16 +18,16 @@
 
 namespace sevrin {
 
+using platform::NSDate;
 using platform::NSDistributedNotificationCenter;
 using platform::NSLog;
-using std::chrono::steady_clock;
 
 namespace {
 
 constexpr mode_t kFileMode = 0664;
 
 // How long lines may go to a file that has lost its name.
-constexpr steady_clock::duration kCheckInterval = std::chrono::seconds(1);
+constexpr double kCheckSeconds = 1;
 
 // What a write gets that has no file.
 constexpr int kNoFileError = EBADF;
@@ -40,19 +40,33 @@ ssize_t writeAll(int descriptor, const iovec* pieces, int count) {
     return written;
 }
 
+// The file in which this process has cut a line short, for a logger that comes after that one.
+std::mutex tornLock;
+std::pair<dev_t, ino_t> tornFile;
+
+bool isTornFile(dev_t device, ino_t inode) {
+    const std::lock_guard guard(tornLock);
+    return tornFile == std::pair(device, inode);
+}
+
+void setTornFile(dev_t device, ino_t inode) {
+    const std::lock_guard guard(tornLock);
+    tornFile = {device, inode};
+}
+
 iovec piece(const char* bytes, std::size_t size) {
     return {const_cast<char*>(bytes), size};
 }
 
 }  // namespace
 
-LogFileLoggerPtr LogFileLogger::make() {
-    auto logger = std::make_shared<LogFileLogger>(Passkey{});
+LogFileLoggerPtr LogFileLogger::make(Clock clock) {
+    auto logger = std::make_shared<LogFileLogger>(Passkey{}, std::move(clock));
     logger->observeRotation();
     return logger;
 }
 
-LogFileLogger::LogFileLogger(Passkey) {}
+LogFileLogger::LogFileLogger(Passkey, Clock clock) : Logger(std::move(clock)) {}
 
 LogFileLogger::~LogFileLogger() {
     if (observer_) NSDistributedNotificationCenter::defaultCenter().removeObserver(*observer_);
@@ -90,6 +104,7 @@ LogFileLogger::File LogFileLogger::openFile() {
     if (file.descriptor >= 0 && ::fstat(file.descriptor, &found) == 0) {
         if (S_ISREG(found.st_mode)) {
             file.identity = {found.st_dev, found.st_ino};
+            file.isTorn = isTornFile(found.st_dev, found.st_ino);
             return file;
         }
         errno = EINVAL;
@@ -119,7 +134,6 @@ void LogFileLogger::install(const File& file) {
     {
         const std::lock_guard guard(lineLock_);
         before = std::exchange(file_, file);
-        if (file.identity != before.identity) isTorn_ = false;
     }
     if (before.descriptor >= 0) closeFile(before);
 }
@@ -151,8 +165,6 @@ void LogFileLogger::reopenFile() {
         close();
         throw;
     }
-    nextCheck_.store((steady_clock::now() + kCheckInterval).time_since_epoch().count(),
-                     std::memory_order_relaxed);
     install(file);
 }
 
@@ -170,13 +182,19 @@ void LogFileLogger::logRotationNotification() {
     reopen();
 }
 
-// Of the threads that find the time come, one takes it.
-bool LogFileLogger::isCheckDue() {
-    const auto now = steady_clock::now().time_since_epoch();
-    auto next = nextCheck_.load(std::memory_order_relaxed);
-    return now.count() >= next &&
-           nextCheck_.compare_exchange_strong(next, (now + kCheckInterval).count(),
-                                              std::memory_order_relaxed);
+// With the time that the line needs anyway, so that the check costs no reading of a clock.
+NSDate LogFileLogger::logDateReopeningLogger() {
+    const NSDate now = Logger::logDateReopeningLogger();
+    if (isCheckDue(now) && !isStillTheFile()) reopen();
+    return now;
+}
+
+// Of the threads that find the time come, one takes it. A clock that was set back counts too.
+bool LogFileLogger::isCheckDue(NSDate now) {
+    const double seconds = now.timeIntervalSinceReferenceDate();
+    double last = lastCheck_.load(std::memory_order_relaxed);
+    return (seconds >= last + kCheckSeconds || seconds < last) &&
+           lastCheck_.compare_exchange_strong(last, seconds, std::memory_order_relaxed);
 }
 
 // Whether the name still leads to the file, and the descriptor too. A logger without a file has
@@ -197,26 +215,29 @@ bool LogFileLogger::isStillTheFile() {
 }
 
 void LogFileLogger::logCString(const char* bytes) {
-    if (isCheckDue() && !isStillTheFile()) reopen();
-
-    const std::size_t size = std::strlen(bytes);
-    const std::array pieces{piece("\n", 1), piece(bytes, size), piece("\n", 1)};
     int error = 0;
     {
         const std::lock_guard guard(lineLock_);
-        // Behind a line that was cut short, this one begins where a line begins.
-        const int skipped = isTorn_ ? 0 : 1;
-        const ssize_t written =
-            file_.descriptor < 0 ? (errno = kNoFileError, -1)
-                                 : writeAll(file_.descriptor, pieces.data() + skipped, 3 - skipped);
-        if (written < 0) {
-            error = errno;
-        } else {
-            isTorn_ =
-                static_cast<std::size_t>(written) < size + 2 - static_cast<std::size_t>(skipped);
-        }
+        error = writeLine(bytes);
     }
     if (error != 0) failWriting(error);
+}
+
+// Gives the error number, 0 when there is none. The rest of a line that is cut short, for want of
+// room, is not written later; the line after it begins where a line begins.
+int LogFileLogger::writeLine(const char* bytes) {
+    if (file_.descriptor < 0) return kNoFileError;
+    const std::size_t size = std::strlen(bytes);
+    const std::array pieces{piece("\n", 1), piece(bytes, size), piece("\n", 1)};
+    const std::size_t skipped = file_.isTorn ? 0 : 1;
+    const ssize_t written = writeAll(file_.descriptor, pieces.data() + skipped,
+                                     static_cast<int>(pieces.size() - skipped));
+    if (written < 0) return errno;
+    const bool isCut = static_cast<std::size_t>(written) < size + 2 - skipped;
+    if (isCut) setTornFile(file_.identity.device, file_.identity.inode);
+    if (!isCut && file_.isTorn) setTornFile(0, 0);
+    file_.isTorn = isCut;
+    return 0;
 }
 
 void LogFileLogger::failWriting(int error) {

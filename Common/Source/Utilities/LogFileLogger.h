@@ -17,7 +17,6 @@
 #include <sys/types.h>
 
 #include <atomic>
-#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -45,14 +44,14 @@ class LogFileLogger final : public Logger, public std::enable_shared_from_this<L
 
 public:
     // A logger without an open file: installing it as the default logger opens one.
-    [[nodiscard]] static LogFileLoggerPtr make();
+    [[nodiscard]] static LogFileLoggerPtr make(Clock clock = &platform::NSDate::date);
 
     // The same for the choice of the default logger, which may come up while another choice makes
     // the log folder on this thread: nullptr when this one would only fail where that one does.
     [[nodiscard]] static LogFileLoggerPtr makeUnlessStuck();
 
     // For make() only.
-    explicit LogFileLogger(Passkey);
+    LogFileLogger(Passkey, Clock clock);
     ~LogFileLogger() override;
 
     // Opens the current file, unless one is open; makes it, readable and writable for the user and
@@ -90,6 +89,9 @@ public:
     // Another process has rotated the files.
     void logRotationNotification();
 
+    // As every logger; and once a second looks whether the file has its name still.
+    platform::NSDate logDateReopeningLogger() override;
+
     // Writes one line and the line feed. Allocates nothing.
     void logCString(const char* bytes) override;
 
@@ -104,6 +106,7 @@ private:
     struct File {
         int descriptor = -1;
         Identity identity;
+        bool isTorn = false;  // The last line has no line feed: the disk was full before it.
     };
 
     void observeRotation();
@@ -112,18 +115,18 @@ private:
     void install(const File& file);
     void closeFile(const File& file);
     void reopenFile();
-    [[nodiscard]] bool isCheckDue();
+    [[nodiscard]] bool isCheckDue(platform::NSDate now);
     [[nodiscard]] bool isStillTheFile();
+    [[nodiscard]] int writeLine(const char* bytes);
     void failWriting(int error);
 
     std::mutex lineLock_;  // One line at a time; guards what follows.
     File file_;
-    bool isTorn_ = false;  // The last line has no line feed: the disk was full before it.
 
     std::mutex pathLock_;  // Guards the path.
     std::string path_;     // Of the current file, as it was opened or tried last.
 
-    std::atomic<std::chrono::steady_clock::rep> nextCheck_ = 0;
+    std::atomic<double> lastCheck_ = 0;      // Seconds since the reference date.
     std::optional<std::uint64_t> observer_;  // Set by make(), then constant.
 };
 

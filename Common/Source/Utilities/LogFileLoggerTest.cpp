@@ -4,28 +4,26 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "Common/Source/Utilities/NSLogLogger.h"
 #include "Common/Source/Utilities/SVException.h"
 #include "Common/Source/Utilities/TestLogFile.h"
-#include "Platform/NSRunLoop.h"
 
 namespace sevrin {
 namespace {
 
 namespace fs = std::filesystem;
-using platform::NSRunLoop;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -305,51 +303,108 @@ TEST_F(LogFileLoggerTest, ADescriptorThatBecameAnothersIsNotClosed) {
     ::close(descriptor);
 }
 
-// Writes lines until one has arrived in the file that has the name now.
-void logUntilThere(const TestLogFile& log) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    while (!fs::exists(log.path()) || fs::file_size(log.path()) == 0) {
-        ASSERT_LT(std::chrono::steady_clock::now(), deadline);
-        Logger::logMessage(LogClassification::Failure, "line");
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+// A logger under a clock of the test's own, installed.
+class LogFileWatchTest : public LogFileLoggerTest {
+protected:
+    LogFileWatchTest() {
+        log_.makeFolder();
+        Logger::setDefaultLogger(LogFileLogger::make([this] { return now_; }));
+        log("first");
     }
-}
 
-TEST_F(LogFileLoggerTest, AFileThatSomebodyRenamedIsReplacedByANewOne) {
-    log("first");
+    void pass(double seconds) {
+        now_ = platform::NSDate::dateWithTimeIntervalSinceReferenceDate(
+            now_.timeIntervalSinceReferenceDate() + seconds);
+    }
+
+    platform::NSDate now_ = platform::NSDate::date();
+};
+
+TEST_F(LogFileWatchTest, AFileThatSomebodyRenamedIsReplacedWithinASecond) {
     fs::rename(log_.path(), log_.home() + "/moved");
 
-    const std::string console = consoleDuring([&] { logUntilThere(log_); });
+    const std::string console = consoleDuring([&] {
+        pass(0.9);
+        log("old");
+        pass(0.1);
+        log("new");
+    });
 
     EXPECT_EQ(console, "");
-    EXPECT_THAT(log_.read(), HasSubstr("line"));
+    EXPECT_THAT(log_.lines(), ElementsAre(HasSubstr(" new [")));
 }
 
-TEST_F(LogFileLoggerTest, AFileThatSomebodyRemovedWithItsFolderIsMadeAgain) {
-    log("first");
+TEST_F(LogFileWatchTest, AFileThatSomebodyRemovedWithItsFolderIsMadeAgain) {
     fs::remove_all(log_.home() + "/Library");
+    pass(1);
 
-    const std::string console = consoleDuring([&] { logUntilThere(log_); });
+    const std::string console = consoleDuring([] { log("new"); });
 
     EXPECT_EQ(console, "");
-    EXPECT_THAT(log_.read(), HasSubstr("line"));
+    EXPECT_THAT(log_.read(), HasSubstr(" new ["));
 }
 
-TEST_F(LogFileLoggerTest, AFileThatSomebodyReplacedByALinkIsNotWrittenThrough) {
-    log("first");
+TEST_F(LogFileWatchTest, AFileThatSomebodyReplacedByALinkIsNotWrittenThrough) {
     fs::remove(log_.path());
     std::ofstream(log_.home() + "/victim") << "";
     fs::create_symlink(log_.home() + "/victim", log_.path());
+    pass(1);
 
-    const std::string console = consoleDuring([] {
-        for (int line = 0; line < 300; ++line) {
-            log("line");
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
-    });
+    const std::string console = consoleDuring([] { log("lost"); });
 
     EXPECT_THAT(console, HasSubstr("Sevrin.log') errno=40"));
     EXPECT_EQ(fs::file_size(log_.home() + "/victim"), 0U);
+}
+
+TEST_F(LogFileWatchTest, ADescriptorThatBecameAnothersIsNoticedToo) {
+    const platform::UniqueFd other(
+        ::open((log_.home() + "/other").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+    const int descriptor = descriptorOf(log_.path());
+    ASSERT_EQ(::dup2(other.get(), descriptor), descriptor);
+    pass(1);
+
+    consoleDuring([] { log("new"); });
+
+    EXPECT_THAT(log_.read(), HasSubstr(" new ["));
+    EXPECT_EQ(fs::file_size(log_.home() + "/other"), 0U);
+    ::close(descriptor);
+}
+
+TEST_F(LogFileWatchTest, AClockThatIsSetBackDoesNotBlind) {
+    fs::remove(log_.path());
+    pass(-3600);
+
+    log("new");
+
+    EXPECT_THAT(log_.read(), HasSubstr(" new ["));
+}
+
+TEST_F(LogFileWatchTest, AFullDiskCostsTheLinesThatItHasNoRoomForAndTearsNoOther) {
+    // A limit on the size of files does to this process what a full disk does to all. It holds for
+    // what the test keeps of the console too, so the log is made longer than that.
+    log(std::string(8000, 'x'));
+    const struct rlimit before = [] {
+        struct rlimit limit {};
+        ::getrlimit(RLIMIT_FSIZE, &limit);
+        return limit;
+    }();
+    const auto handler = ::signal(SIGXFSZ, SIG_IGN);
+    struct rlimit full = before;
+    full.rlim_cur = fs::file_size(log_.path()) + 20;
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &full), 0);
+
+    log("cut short");
+    const std::string console = consoleDuring([] { log("lost"); });
+    ::setrlimit(RLIMIT_FSIZE, &before);
+    ::signal(SIGXFSZ, handler);
+    log("last");
+
+    EXPECT_THAT(console, HasSubstr("write('" + log_.path() + "') errno=27"));
+    const auto lines = log_.lines();
+    ASSERT_EQ(lines.size(), 4U);
+    EXPECT_THAT(lines[0], HasSubstr(" first ["));
+    EXPECT_EQ(lines[2].size(), 20U);
+    EXPECT_THAT(lines[3], HasSubstr(" last ["));
 }
 
 TEST_F(LogFileLoggerTest, ReplacingAndReleasingTheLoggerKeepsTheNumbering) {

@@ -3,6 +3,7 @@
 
 #include <utility>
 
+#include "Common/Source/Utilities/KTDirectory.h"
 #include "Common/Source/Utilities/Logger.h"
 #include "Common/Source/Utilities/SVException.h"
 #include "Platform/Assertion.h"
@@ -67,7 +68,17 @@ const std::optional<std::string>& SVPath::path() {
     return resolvedPath_;
 }
 
+const std::shared_ptr<KTDirectory>& SVPath::directory() {
+    if (!resolvedDirectory_ && path()) resolvedDirectory_ = KTDirectory::directoryWithPath(*path());
+    return resolvedDirectory_;
+}
+
+std::shared_ptr<KTFileInfo> SVPath::infoForFile(std::string_view name) {
+    return directory() ? directory()->infoForName(name) : nullptr;
+}
+
 NSURLPtr SVPath::url() {
+    if (resolvedDirectory_) return resolvedDirectory_->url();
     return path() ? NSURL::fileURLWithPath(*path()) : nullptr;
 }
 

@@ -20,6 +20,8 @@
 
 namespace sevrin {
 
+class KTDirectory;
+class KTFileInfo;
 class SVPath;
 using SVPathPtr = std::shared_ptr<SVPath>;
 
@@ -88,7 +90,14 @@ public:
     // The same, worked out once.
     [[nodiscard]] const std::optional<std::string>& path();
 
-    // The URL of the folder; nullptr without a path.
+    // The folder as an item, made once it is there; nullptr as long as it is not, and when
+    // something else stands at the path. Raises what probing the path raises.
+    [[nodiscard]] const std::shared_ptr<KTDirectory>& directory();
+
+    // The item of that name in the folder, which may not exist; nullptr without a folder.
+    [[nodiscard]] std::shared_ptr<KTFileInfo> infoForFile(std::string_view name);
+
+    // The URL of the folder, that of directory() once it is made; nullptr without a path.
     [[nodiscard]] platform::NSURLPtr url();
 
     // Whether there is a folder at the path, links followed.
@@ -130,6 +139,7 @@ private:
     [[noreturn]] void failCreating(const platform::NSErrorPtr& error);
 
     std::optional<std::string> resolvedPath_;
+    std::shared_ptr<KTDirectory> resolvedDirectory_;
     Attributes createAttributes_;
 };
 

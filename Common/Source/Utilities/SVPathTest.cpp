@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "Common/Source/Utilities/KTDirectory.h"
 #include "Common/Source/Utilities/SVException.h"
 #include "Common/Source/Utilities/SVStandardPath.h"
 #include "Common/Source/Utilities/SVSubPath.h"
@@ -120,6 +121,23 @@ TEST_F(SVPathTest, FilesAndUrlsLieInTheFolder) {
     EXPECT_EQ(location->pathToFile("a b"), places_.home() + "/Library/a b");
     EXPECT_EQ(location->urlToFile("a b")->path(), places_.home() + "/Library/a b");
     EXPECT_EQ(location->url()->path(), places_.home() + "/Library");
+}
+
+TEST_F(SVPathTest, TheFolderIsAnItemOnceItIsThere) {
+    const SVPathPtr location = library();
+    EXPECT_EQ(location->directory(), nullptr);
+    EXPECT_EQ(location->infoForFile("file"), nullptr);
+
+    std::filesystem::create_directory(places_.home() + "/Library");
+    std::ofstream(places_.home() + "/Library/file") << "";
+
+    ASSERT_NE(location->directory(), nullptr);
+    EXPECT_EQ(location->directory(), location->directory());
+    EXPECT_EQ(location->directory()->path(), places_.home() + "/Library");
+    EXPECT_EQ(location->url(), location->directory()->url());
+    ASSERT_NE(location->infoForFile("file"), nullptr);
+    EXPECT_TRUE(location->infoForFile("file")->isRegularFile());
+    EXPECT_FALSE(location->infoForFile("missing")->exists());
 }
 
 TEST_F(SVPathTest, OnlyAFolderExistsAsALocation) {
