@@ -81,24 +81,41 @@ class ServiceManagerTest(ProgramTest):
         service = self.start_managed()
         self.wait_until_answered(service, lambda: self.ctl("version"))
 
-    def test_whoever_connected_before_it_was_started_is_served(self):
+    def listen(self):
+        """The socket of the service, which the manager opens and keeps."""
         listener = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
         self.addCleanup(listener.close)
         listener.bind(self.socket)
         os.chown(self.socket, USER, -1)
         listener.listen()
         self.started |= {"LISTEN_FDS": "1", "LISTEN_FDNAMES": SERVICE}
-        early = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
-        self.addCleanup(early.close)
+        return listener
+
+    def connect_unanswered(self):
+        connection = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+        self.addCleanup(connection.close)
+        connection.settimeout(PATIENCE)
         with acting_as(USER):
-            early.connect(self.socket)
-        service = self.start_managed(listener)
+            connection.connect(self.socket)
+        return connection
+
+    def test_whoever_connected_before_it_was_started_is_served(self):
+        listener = self.listen()
+        early = self.connect_unanswered()
+        self.start_managed(listener)
         self.assertEqual(self.told(), "READY=1")
-        early.settimeout(PATIENCE)
         self.assertNotEqual(early.recv(1), b"", "no greeting")
-        service.signal(signal.SIGTERM)
-        self.assertEqual(service.wait(), 2)
-        self.assertTrue(os.path.exists(self.socket), "the socket is the manager's, who listens on")
+
+    def test_the_socket_of_the_manager_outlives_it(self):
+        listener = self.listen()
+        for _ in range(2):
+            waiting = self.connect_unanswered()
+            service = self.start_managed(listener)
+            self.assertEqual(self.told(), "READY=1")
+            self.assertNotEqual(waiting.recv(1), b"", "no greeting")
+            service.signal(signal.SIGTERM)
+            self.assertEqual((self.told(), service.wait()), ("STOPPING=1", 2))
+            self.assertTrue(os.path.exists(self.socket))
 
 
 if __name__ == "__main__":

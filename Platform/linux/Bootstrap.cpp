@@ -117,6 +117,7 @@ std::variant<ListeningSocket, std::string> takeInherited(int fd) {
     if (!isListeningStream(fd)) return "the socket that the launcher passed does not listen";
     ListeningSocket result;
     result.socket = UniqueFd(fd);
+    result.isInherited = true;
     ::fcntl(fd, F_SETFD, FD_CLOEXEC);
     ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK);
     sockaddr_un address{};

@@ -29,7 +29,8 @@ struct ListeningSocket {
     UniqueFd folder;  // together with name: the socket file to remove; none for an anonymous or
                       // inherited socket
     std::string name;
-    UniqueFd claim;  // the locked file; whoever holds the lock serves the name
+    UniqueFd claim;            // the locked file; whoever holds the lock serves the name
+    bool isInherited = false;  // the launcher's: it listens on when this process does not any more
 
     // Removes the socket file and gives the name up.
     void withdraw();

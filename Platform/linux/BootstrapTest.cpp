@@ -309,6 +309,20 @@ TEST_F(BootstrapLauncherTest, ASocketThatTheLauncherOpenedIsTakenOver) {
     EXPECT_THAT(filesInFolder(), UnorderedElementsAre("test.service"));
 }
 
+TEST_F(BootstrapLauncherTest, WhoeverConnectsBetweenTwoServersIsServedByTheSecond) {
+    ASSERT_EQ(::listen(socket_.get(), 5), 0);
+    TestProcess first = launch("test.service", socket_.get(), "other:test.service");
+    ASSERT_EQ(first.line(), "serving");
+    ASSERT_EQ(first.finish(), 0);
+    const auto between = connectTo("test.service");
+
+    TestProcess second = launch("test.service", socket_.get(), "other:test.service");
+
+    EXPECT_EQ(second.line(), "serving");
+    EXPECT_EQ(textOf(ask(*between, "patient")), "patient");
+    EXPECT_EQ(second.finish(), 0);
+}
+
 TEST_F(BootstrapLauncherTest, ASocketOfAnotherNameIsLeftAlone) {
     ASSERT_EQ(::listen(socket_.get(), 5), 0);
 

@@ -60,8 +60,9 @@ public:
             listening_.withdraw();
             listening_.endpoint = nullptr;
             // From here on connecting is refused; what waited unaccepted is dropped with the
-            // socket.
-            if (listening_.socket) ::shutdown(listening_.socket.get(), SHUT_RDWR);
+            // socket. A launcher's socket keeps both for whom it starts next.
+            if (listening_.socket && !listening_.isInherited)
+                ::shutdown(listening_.socket.get(), SHUT_RDWR);
             if (!isLive_) listening_.socket.reset();
         }
         setDelegate(nullptr);
