@@ -6,12 +6,15 @@
 
 #include <string_view>
 
+#include "Platform/Export.h"
+
 namespace sevrin::platform {
 
 // Writes "file:line: function: message" as one line to standard error and aborts. Allocates
 // nothing, so it works however little of the process is still sound. Called by SEVRIN_ASSERT only.
-[[noreturn, gnu::cold]] void assertionFailed(const char* file, int line, const char* function,
-                                             std::string_view message) noexcept;
+[[noreturn, gnu::cold]] SEVRIN_EXPORT void assertionFailed(const char* file, int line,
+                                                           const char* function,
+                                                           std::string_view message) noexcept;
 
 }  // namespace sevrin::platform
 

@@ -15,6 +15,7 @@
 #include <string_view>
 #include <vector>
 
+#include "Platform/Export.h"
 #include "Platform/Object.h"
 #include "Platform/Value.h"
 
@@ -31,7 +32,7 @@ struct Invocation {
     Reply reply;
 };
 
-class Class {
+class SEVRIN_EXPORT Class {
 public:
     // Runs a method on `receiver` (nullptr for a class method) and gives its result, null for
     // methods without one.

@@ -7,9 +7,11 @@
 #include <compare>
 #include <string>
 
+#include "Platform/Export.h"
+
 namespace sevrin::platform {
 
-class NSDate {
+class SEVRIN_EXPORT NSDate {
 public:
     // The reference date in seconds since the first moment of 1970; leap seconds do not count.
     static constexpr double kTimeIntervalSince1970 = 978'307'200.0;

@@ -17,6 +17,7 @@
 #include <string>
 #include <string_view>
 
+#include "Platform/Export.h"
 #include "Platform/NSNotification.h"
 #include "Platform/Value.h"
 
@@ -27,7 +28,7 @@ inline constexpr unsigned NSDistributedNotificationDeliverImmediately = 1;
 inline constexpr unsigned NSDistributedNotificationPostToAllSessions = 2;
 
 // Every function may be called on any thread.
-class NSDistributedNotificationCenter {
+class SEVRIN_EXPORT NSDistributedNotificationCenter {
 public:
     using ObserverId = std::uint64_t;
     using Callback = std::function<void(const NSNotification&)>;

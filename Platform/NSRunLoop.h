@@ -7,9 +7,11 @@
 
 #include <chrono>
 
+#include "Platform/Export.h"
+
 namespace sevrin::platform {
 
-class NSRunLoop {
+class SEVRIN_EXPORT NSRunLoop {
 public:
     // The main thread's loop. Other threads have none: asking there is asserted.
     [[nodiscard]] static NSRunLoop& currentRunLoop();

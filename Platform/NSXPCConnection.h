@@ -18,6 +18,7 @@
 #include <string_view>
 #include <variant>
 
+#include "Platform/Export.h"
 #include "Platform/NSXPCInterface.h"
 #include "Platform/NSXPCListenerEndpoint.h"
 #include "Platform/Object.h"
@@ -27,7 +28,7 @@
 namespace sevrin::platform {
 
 // Arguments in their form on the wire. Holds no endpoints.
-class EncodedArguments {
+class SEVRIN_EXPORT EncodedArguments {
 public:
     // Encodes `arguments` in order. Throws std::invalid_argument for what cannot travel, and
     // std::length_error when one is nested deeper than kNestingMax.
@@ -43,7 +44,7 @@ private:
 
 // A one-way message to many peers, who differ in its leading arguments only: the selector and all
 // other arguments, encoded once for all of them.
-class EncodedCall {
+class SEVRIN_EXPORT EncodedCall {
 public:
     // `rest` are the last arguments of `method`.
     EncodedCall(const MethodDescription& method, std::span<const Value> rest);
@@ -59,7 +60,7 @@ private:
     EncodedArguments rest_;
 };
 
-class NSXPCConnection : public Object {
+class SEVRIN_EXPORT NSXPCConnection : public Object {
 public:
     // The answer to a request: the values of the reply block, or why there is none.
     using Answer = std::variant<ValueArray, XPCError>;

@@ -4,12 +4,13 @@
 
 #include <memory>
 
+#include "Platform/Export.h"
 #include "Platform/Object.h"
 #include "Platform/Protocol.h"
 
 namespace sevrin::platform {
 
-class NSXPCInterface : public Object {
+class SEVRIN_EXPORT NSXPCInterface : public Object {
 public:
     // `protocol` outlives the interface, as every protocol does.
     explicit NSXPCInterface(const Protocol& protocol) : protocol_(&protocol) {}

@@ -4,11 +4,12 @@
 // listener, take over its connections or shut it down.
 #pragma once
 
+#include "Platform/Export.h"
 #include "Platform/Object.h"
 
 namespace sevrin::platform {
 
-class NSXPCListenerEndpoint : public Object {
+class SEVRIN_EXPORT NSXPCListenerEndpoint : public Object {
 public:
     [[nodiscard]] static Class& classObject();
     [[nodiscard]] const Class& isa() const override { return classObject(); }

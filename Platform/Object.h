@@ -10,11 +10,13 @@
 #include <string>
 #include <string_view>
 
+#include "Platform/Export.h"
+
 namespace sevrin::platform {
 
 class Class;
 
-class Object {
+class SEVRIN_EXPORT Object {
 public:
     Object() = default;
     Object(const Object&) = delete;

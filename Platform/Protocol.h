@@ -11,12 +11,13 @@
 #include <string_view>
 #include <vector>
 
+#include "Platform/Export.h"
 #include "Platform/Value.h"
 
 namespace sevrin::platform {
 
 // The type of one argument or reply value on the wire.
-struct ArgumentType {
+struct SEVRIN_EXPORT ArgumentType {
     enum class Kind { String, Dictionary, Endpoint, UnsignedInt32 };
 
     Kind kind;
@@ -30,7 +31,7 @@ struct ArgumentType {
     [[nodiscard]] std::string description() const;
 };
 
-struct MethodDescription {
+struct SEVRIN_EXPORT MethodDescription {
     std::string selector;
     std::vector<ArgumentType> arguments;  // the reply block not counted
     bool hasReply = false;
@@ -43,7 +44,7 @@ struct MethodDescription {
     [[nodiscard]] std::string whyNotReplies(const ValueArray& values) const;
 };
 
-class Protocol {
+class SEVRIN_EXPORT Protocol {
 public:
     // A selector that stands for two methods, own or inherited, is a bug.
     Protocol(std::string name, std::vector<const Protocol*> inherited,

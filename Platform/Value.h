@@ -19,6 +19,7 @@
 #include <variant>
 #include <vector>
 
+#include "Platform/Export.h"
 #include "Platform/NSDate.h"
 #include "Platform/Object.h"
 
@@ -37,7 +38,7 @@ struct Data {
 };
 
 // A set: sorted, each member once.
-class Set {
+class SEVRIN_EXPORT Set {
 public:
     Set() = default;
 
@@ -51,7 +52,7 @@ private:
     ValueArray members_;
 };
 
-class Value {
+class SEVRIN_EXPORT Value {
 public:
     // Encoded nowhere; the order of kinds is part of the order of values.
     enum class Kind {
@@ -148,7 +149,7 @@ public:
     // kDescriptionBytesMax is reached (Platform/DescriptionScope.h).
     [[nodiscard]] std::string description() const;
 
-    friend std::strong_ordering operator<=>(const Value& left, const Value& right);
+    friend SEVRIN_EXPORT std::strong_ordering operator<=>(const Value& left, const Value& right);
     friend bool operator==(const Value& left, const Value& right) { return (left <=> right) == 0; }
 
 private:
@@ -169,7 +170,7 @@ private:
 };
 
 // Keys and values, sorted by key; each key once. Keys are usually strings but may be any value.
-class Dictionary {
+class SEVRIN_EXPORT Dictionary {
 public:
     using Entry = std::pair<Value, Value>;
 
@@ -197,7 +198,8 @@ public:
     [[nodiscard]] auto begin() const { return entries_.begin(); }
     [[nodiscard]] auto end() const { return entries_.end(); }
 
-    friend std::strong_ordering operator<=>(const Dictionary& left, const Dictionary& right);
+    friend SEVRIN_EXPORT std::strong_ordering operator<=>(const Dictionary& left,
+                                                          const Dictionary& right);
     friend bool operator==(const Dictionary& left, const Dictionary& right) {
         return (left <=> right) == 0;
     }

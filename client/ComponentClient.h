@@ -19,6 +19,7 @@
 #include <optional>
 #include <string>
 
+#include "Platform/Export.h"
 #include "client/Deadline.h"
 #include "client/Endpoint.h"
 #include "client/Peer.h"
@@ -28,7 +29,7 @@ namespace sevrin {
 
 class ProtocolClient;
 
-class ComponentClient {
+class SEVRIN_EXPORT ComponentClient {
 public:
     // Told once, on the XPC thread, after the connection has ended, or could not be made, and all
     // its calls have completed; not when close() ended it. What a Completion may and must not do

@@ -16,6 +16,7 @@
 #include <memory>
 #include <string>
 
+#include "Platform/Export.h"
 #include "client/Endpoint.h"
 #include "client/Peer.h"
 #include "switchboard/SwitchboardProtocols.h"
@@ -25,7 +26,7 @@ namespace sevrin {
 class ProtocolServer;
 
 // A component that knows its version and does nothing else; a base for those that do.
-class Component : public SVComponentServing {
+class SEVRIN_EXPORT Component : public SVComponentServing {
 public:
     // Answers `version`, such as "Thing-1.0", and `buildNumber`.
     Component(std::string version, std::uint32_t buildNumber);
@@ -39,7 +40,7 @@ private:
     const std::uint32_t buildNumber_;
 };
 
-class ComponentServer {
+class SEVRIN_EXPORT ComponentServer {
 public:
     // Decides, on the XPC thread, about each peer that connects: the component that serves it, one
     // for all or one of its own, or null to refuse it. It must not wait for another thread.

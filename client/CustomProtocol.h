@@ -15,6 +15,7 @@
 #include <optional>
 #include <string_view>
 
+#include "Platform/Export.h"
 #include "Platform/NSXPCConnection.h"
 #include "Platform/Object.h"
 #include "Platform/Protocol.h"
@@ -26,7 +27,7 @@
 
 namespace sevrin {
 
-class ProtocolServer {
+class SEVRIN_EXPORT ProtocolServer {
 public:
     // Gives the object that serves a new connection, or null to refuse it. May prepare the
     // connection (its remote object interface, for calls back to the peer) and keep it; does not
@@ -50,12 +51,12 @@ public:
     void shutdown();
 
 private:
-    class Listening;
+    class SEVRIN_LOCAL Listening;
 
     std::shared_ptr<Listening> listening_;
 };
 
-class ProtocolClient {
+class SEVRIN_EXPORT ProtocolClient {
 public:
     using DisconnectHandler = std::function<void(const CallError& reason)>;
 
@@ -100,7 +101,7 @@ public:
     void send(std::string_view selector, const platform::ValueArray& arguments);
 
 private:
-    class Connection;
+    class SEVRIN_LOCAL Connection;
 
     std::shared_ptr<Connection> connection_;
 };

@@ -34,6 +34,7 @@
 #include <optional>
 #include <string>
 
+#include "Platform/Export.h"
 #include "client/ComponentClient.h"
 #include "client/Deadline.h"
 #include "client/Endpoint.h"
@@ -45,7 +46,7 @@ namespace sevrin {
 
 class SwitchboardSession;
 
-class SwitchboardClient {
+class SEVRIN_EXPORT SwitchboardClient {
 public:
     // Which switchboard: that of the user whom this process runs as, or the machine's, which serves
     // its users apart from each other and lets root speak for any of them (setUser).

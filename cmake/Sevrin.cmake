@@ -27,6 +27,9 @@ set(SEVRIN_SANITIZE "" CACHE STRING "Sanitizers for everything, e.g. address,und
 # Programs tell the dynamic linker their functions, so that the call stacks in the log have names.
 set(CMAKE_ENABLE_EXPORTS ON)
 
+# What the shared library shows (Platform/Export.h) is nobody's to replace, so it may be inlined like the rest.
+add_compile_options(-fno-semantic-interposition)
+
 # Frame pointers make capturing a call stack a walk along a list instead of an interpretation of tables.
 add_compile_options(-Wall -Wextra -Wconversion -Wshadow -fno-omit-frame-pointer)
 if(SEVRIN_WERROR)

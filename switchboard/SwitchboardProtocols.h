@@ -15,6 +15,7 @@
 #include <string>
 
 #include "Platform/Class.h"
+#include "Platform/Export.h"
 #include "Platform/NSXPCConnection.h"
 #include "Platform/NSXPCListenerEndpoint.h"
 #include "Platform/Protocol.h"
@@ -26,7 +27,7 @@ namespace sevrin {
 using EndpointPtr = std::shared_ptr<platform::NSXPCListenerEndpoint>;
 
 // Base of every component's server interface.
-class SVComponentMessaging {
+class SEVRIN_EXPORT SVComponentMessaging {
 public:
     [[nodiscard]] static const platform::Protocol& protocol();
     virtual ~SVComponentMessaging() = default;
@@ -36,7 +37,7 @@ public:
 };
 
 // Version queries and install hooks.
-class SVComponentInstalling {
+class SEVRIN_EXPORT SVComponentInstalling {
 public:
     [[nodiscard]] static const platform::Protocol& protocol();
     virtual ~SVComponentInstalling() = default;
@@ -53,13 +54,13 @@ public:
 };
 
 // What every component server offers. No methods of its own.
-class SVComponentServing : public SVComponentMessaging, public SVComponentInstalling {
+class SEVRIN_EXPORT SVComponentServing : public SVComponentMessaging, public SVComponentInstalling {
 public:
     [[nodiscard]] static const platform::Protocol& protocol();
 };
 
 // The switchboard's public interface.
-class VeloraSwitchboarding : public SVComponentServing {
+class SEVRIN_EXPORT VeloraSwitchboarding : public SVComponentServing {
 public:
     [[nodiscard]] static const platform::Protocol& protocol();
 
@@ -81,7 +82,7 @@ public:
 };
 
 // The full interface that the switchboard exports.
-class VeloraSwitchboarding_private : public VeloraSwitchboarding {
+class SEVRIN_EXPORT VeloraSwitchboarding_private : public VeloraSwitchboarding {
 public:
     [[nodiscard]] static const platform::Protocol& protocol();
 
@@ -99,7 +100,7 @@ public:
 };
 
 // Exported by the client; receives relayed notifications.
-class SwitchboardSubscribing {
+class SEVRIN_EXPORT SwitchboardSubscribing {
 public:
     [[nodiscard]] static const platform::Protocol& protocol();
     virtual ~SwitchboardSubscribing() = default;
