@@ -54,21 +54,47 @@ ListeningSocket listenIn(int folder, const std::string& name, mode_t mode) {
     return result;
 }
 
+// The process that wrote itself into the lock file last; empty when none did.
 std::string processIn(int claim) {
     std::array<char, 32> text{};
     const ssize_t size = ::pread(claim, text.data(), text.size() - 1, 0);
-    return size > 0 ? std::string(text.data(), static_cast<std::size_t>(size)) : "unknown";
+    return size > 0 ? std::string(text.data(), static_cast<std::size_t>(size)) : "";
+}
+
+// The process that listens on the socket file `name`, empty when it is not known; nothing when none
+// does.
+std::optional<std::string> listenerOn(int folder, const std::string& name) {
+    const UniqueFd probe = makeSocket();
+    const sockaddr_un address = addressIn(folder, name);
+    const auto* generic = reinterpret_cast<const sockaddr*>(&address);
+    if (::connect(probe.get(), generic, sizeof address) != 0) {
+        if (errno != EAGAIN) return std::nullopt;
+        return "";  // It has more callers than it takes, so it is there.
+    }
+    ucred listener{};
+    socklen_t size = sizeof listener;
+    if (::getsockopt(probe.get(), SOL_SOCKET, SO_PEERCRED, &listener, &size) != 0) return "";
+    return std::to_string(listener.pid);
+}
+
+std::string alreadyServedBy(const std::string& process) {
+    return "another process serves that name already (pid " +
+           (process.empty() ? "unknown" : process) + ")";
 }
 
 // Locks the lock file of `name`. Its lock, unlike the socket file, ends with the process that holds
-// it, however that ends.
+// it, however that ends. A launcher holds none: it has a socket before there is a server, and with
+// its socket file gone nobody would ever reach it again. A listener that is the last holder of the
+// lock, though, is just ending.
 std::variant<UniqueFd, std::string> claimName(int folder, const std::string& name) {
     UniqueFd claim(::openat(folder, (name + ".lock").c_str(),
                             O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
     if (!claim) return "its lock file cannot be opened: " + std::string(std::strerror(errno));
-    if (::flock(claim.get(), LOCK_EX | LOCK_NB) != 0) {
-        return "another process serves that name already (pid " + processIn(claim.get()) + ")";
-    }
+    const std::string holder = processIn(claim.get());
+    if (::flock(claim.get(), LOCK_EX | LOCK_NB) != 0) return alreadyServedBy(holder);
+    const auto listener = listenerOn(folder, name);
+    if (listener && (listener->empty() || *listener != holder)) return alreadyServedBy(*listener);
+
     const std::string process = std::to_string(::getpid());
     if (::ftruncate(claim.get(), 0) != 0 ||
         ::pwrite(claim.get(), process.data(), process.size(), 0) < 0) {

@@ -9,6 +9,8 @@
 #include <sys/un.h>
 #include <sys/wait.h>
 
+#include <fstream>
+
 #include "Platform/XPCTestSupport.h"
 #include "Platform/linux/BootstrapFolder.h"
 #include "Platform/linux/BootstrapTestSupport.h"
@@ -350,14 +352,43 @@ TEST_F(BootstrapLauncherTest, ADescriptorThatIsNoListeningStreamOfOursIsRefused)
 TEST_F(BootstrapLauncherTest, WhatWasMeantForAnotherProcessIsIgnored) {
     ASSERT_EQ(::listen(socket_.get(), 5), 0);
     TestProcess::Start start;
-    start.environment = {"LISTEN_FDS=1", "LISTEN_FDNAMES=test.service", "LISTEN_PID=1"};
+    start.environment = {"LISTEN_FDS=1", "LISTEN_FDNAMES=test.another", "LISTEN_PID=1"};
     start.keep = {{socket_.get(), 3}};
 
-    TestProcess server(XPC_TEST_HELPER, {"serve", "test.service"}, start);
+    TestProcess server(XPC_TEST_HELPER, {"serve", "test.another"}, start);
 
     EXPECT_EQ(server.line(), "serving");
     EXPECT_EQ(server.finish(), 0);
-    EXPECT_THAT(filesInFolder(), UnorderedElementsAre("test.service.lock"));
+    EXPECT_THAT(filesInFolder(), UnorderedElementsAre("test.service", "test.another.lock"));
+}
+
+// The launcher listens, and starts the server once somebody connects.
+TEST_F(BootstrapLauncherTest, ANameThatALauncherListensForIsNotTakenFromIt) {
+    ASSERT_EQ(::listen(socket_.get(), 5), 0);
+
+    EXPECT_EQ(whyNotListening("test.service"),
+              "another process serves that name already (pid " + std::to_string(::getpid()) + ")");
+
+    const auto client = connectTo("test.service");
+    TestProcess server = launch("test.service", socket_.get(), "other:test.service");
+    EXPECT_EQ(textOf(ask(*client, "still there?")), "still there?");
+    EXPECT_EQ(server.finish(), 0);
+}
+
+TEST_F(BootstrapLauncherTest, ALauncherWithAFullBacklogKeepsItsNameToo) {
+    ASSERT_EQ(::listen(socket_.get(), 0), 0);
+    const auto first = connectToService("test.service", domain(), patience());
+    ASSERT_TRUE(std::holds_alternative<UniqueFd>(first));
+
+    EXPECT_EQ(whyNotListening("test.service"),
+              "another process serves that name already (pid unknown)");
+}
+
+TEST_F(BootstrapLauncherTest, AListenerThatHasGivenUpTheLockIsEndingAndIsReplaced) {
+    ASSERT_EQ(::listen(socket_.get(), 5), 0);
+    std::ofstream(folder_.path() + "/test.service.lock") << ::getpid();
+
+    EXPECT_EQ(whyNotListening("test.service"), "");
 }
 
 TEST_F(BootstrapLauncherTest, VariablesThatMakeNoSenseAreIgnored) {
