@@ -20,6 +20,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <iterator>
 #include <memory>
 #include <new>
 #include <string>
@@ -40,15 +41,16 @@ std::atomic<std::uint64_t> allocations = 0;
 
 }  // namespace
 
-void* operator new(std::size_t size) {
+// Not inlined: the compiler would take them for each other's mismatch.
+[[gnu::noinline]] void* operator new(std::size_t size) {
     allocations.fetch_add(1, std::memory_order_relaxed);
     if (void* const memory = std::malloc(size)) return memory;
     throw std::bad_alloc();
 }
-void operator delete(void* memory) noexcept {
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
     std::free(memory);
 }
-void operator delete(void* memory, std::size_t) noexcept {
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
     std::free(memory);
 }
 
@@ -213,17 +215,18 @@ void measureLines(int rounds) {
     alternate("p99", "at most 1", ninetyNinth, writeSpd);
 }
 
-// Rows of 64 bytes in hexadecimal, as many as the dump has.
+// The same rows, put together the plain way: offset, bytes in hexadecimal, bytes as characters.
 void dumpWithSpdlog(spdlog::logger& logger, const std::string& data) {
-    constexpr char kDigits[] = "0123456789abcdef";
     std::string row;
     for (std::size_t start = 0; start < data.size(); start += kRowBytes) {
         row.clear();
-        for (std::size_t place = start; place < start + kRowBytes; ++place) {
-            const auto byte = static_cast<unsigned char>(data[place]);
-            row += kDigits[byte >> 4U];
-            row += kDigits[byte & 15U];
-        }
+        fmt::format_to(std::back_inserter(row), "{:06x}: ", start);
+        for (std::size_t place = start; place < start + kRowBytes; ++place)
+            fmt::format_to(std::back_inserter(row), "{:02x}", data[place]);
+        row += " |";
+        for (std::size_t place = start; place < start + kRowBytes; ++place)
+            row += data[place] >= 0x20 && data[place] <= 0x7E ? data[place] : '_';
+        row += '|';
         logger.info(row);
     }
 }

@@ -166,6 +166,7 @@ public:
     LogLineIdentifierPtr writeInLineFormat(LogClassification classification,
                                            const LogLineIdentifierPtr& line,
                                            std::string_view format, const Arguments&... arguments) {
+        if (suppressesClassification(classification)) return beginLine(classification, line);
         return writeInLineFormatArgs(classification, line, format,
                                      std::array<platform::FormatArgument, sizeof...(Arguments)>{
                                          platform::FormatArgument(arguments)...});

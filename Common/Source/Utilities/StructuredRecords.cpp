@@ -1,5 +1,13 @@
 // Records of several lines: values under keys, dictionaries, dumps of data.
 #include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <iterator>
+#include <string>
+#include <string_view>
 
 #include "Common/Source/Utilities/Logger.h"
 #include "Common/Source/Utilities/RecordExtent.h"
@@ -24,17 +32,42 @@ const ValueArray* elementsOf(const Value& value) {
     return nullptr;
 }
 
-void appendRow(std::string& text, std::string_view bytes, std::uint64_t offset) {
-    constexpr char kHexDigits[] = "0123456789abcdef";
-    text += stringWithFormat("%06lx: ", offset);
-    for (const char byte : bytes) {
-        const auto value = static_cast<unsigned char>(byte);
-        text.append({kHexDigits[value >> 4], kHexDigits[value & 15]});
+// "0a" for 10, for every byte: a dump has as many of these as data.
+constexpr auto kHexOfByte = [] {
+    constexpr char kDigits[] = "0123456789abcdef";
+    std::array<char, 512> hex{};
+    for (std::size_t byte = 0; byte < 256; ++byte) {
+        hex[2 * byte] = kDigits[byte >> 4];
+        hex[2 * byte + 1] = kDigits[byte & 15];
     }
-    text += " |";
+    return hex;
+}();
+
+// At least six digits.
+void appendOffset(std::string& text, std::uint64_t offset) {
+    constexpr std::size_t kDigitsMin = 6;
+    char digits[16];
+    const auto end = std::to_chars(std::begin(digits), std::end(digits), offset, 16).ptr;
+    const auto count = static_cast<std::size_t>(end - digits);
+    if (count < kDigitsMin) text.append(kDigitsMin - count, '0');
+    text.append(digits, count);
+}
+
+// "000040: ", the bytes in hexadecimal, " |", the bytes as ASCII with "_" for all else, "|".
+void appendRow(std::string& text, std::string_view bytes, std::uint64_t offset) {
+    appendOffset(text, offset);
+    text += ": ";
+    const std::size_t start = text.size();
+    text.resize(start + 3 * bytes.size() + 3, '|');
+    char* out = text.data() + start;
+    for (const char byte : bytes) {
+        std::memcpy(out, &kHexOfByte[2 * std::size_t{static_cast<unsigned char>(byte)}], 2);
+        out += 2;
+    }
+    *out = ' ';
+    out += 2;
     for (const char byte : bytes)
-        text += byte >= 0x20 && byte <= 0x7E ? byte : '_';
-    text += '|';
+        *out++ = byte >= 0x20 && byte <= 0x7E ? byte : '_';
 }
 
 }  // namespace
