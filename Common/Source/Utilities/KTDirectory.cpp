@@ -13,6 +13,7 @@
 
 #include "Common/Source/Utilities/KTRegularFile.h"
 #include "Common/Source/Utilities/KTSubPath.h"
+#include "Common/Source/Utilities/KTVolumeInfo.h"
 #include "Common/Source/Utilities/SVException.h"
 #include "Platform/FileCalls.h"
 #include "Platform/Format.h"
@@ -231,12 +232,46 @@ KTDirectoryPtr KTDirectory::parentDirectoryInfo() const {
     return isMountPoint() ? nullptr : KTFileInfo::parentDirectoryInfo();
 }
 
+std::string KTDirectory::displayName() const {
+    return isMountPoint() ? volumeInfo()->displayName() : KTFileInfo::displayName();
+}
+
 std::string KTDirectory::displayPath() const {
-    return KTFileInfo::displayPath() + "/";
+    if (isMountPoint()) return volumeInfo()->displayPath() + "/";
+    const KTDirectoryPtr parent = parentDirectoryInfo();
+    return platform::stringWithFormat("%@%@/", parent ? parent->displayPath() : "?/",
+                                      displayName());
 }
 
 std::string KTDirectory::logTypeDescription() const {
     return isMountPoint() ? "volume" : "folder";
+}
+
+bool KTDirectory::holdsVolumeWeakly() const {
+    const std::lock_guard guard(volumeLock_);
+    return !volumeInfo_ && !circularVolInfo_.expired();
+}
+
+// A volume keeps its root, the root its list, and the items of the list would keep the volume: so
+// what lies below a root that holds its volume weakly holds it weakly too.
+KTVolumeInfoPtr KTDirectory::volumeInfo() const {
+    const std::lock_guard guard(volumeLock_);
+    if (KTVolumeInfoPtr volume = circularVolInfo_.lock()) return volume;
+    if (volumeInfo_) return volumeInfo_;
+    const KTDirectoryPtr parent = isMountPoint() ? nullptr : livingParent();
+    KTVolumeInfoPtr volume = parent ? parent->volumeInfo() : KTVolumeInfo::initWithPath(cPath());
+    if (parent && parent->holdsVolumeWeakly()) {
+        circularVolInfo_ = volume;
+    } else {
+        volumeInfo_ = volume;
+    }
+    return volume;
+}
+
+void KTDirectory::setVolumeInfo(const KTVolumeInfoPtr& volume) {
+    const std::lock_guard guard(volumeLock_);
+    circularVolInfo_ = volume;
+    volumeInfo_.reset();
 }
 
 KTDirectoryPtr KTDirectory::createSubdirectoryWithNameMode(std::string_view name, mode_t mode) {

@@ -153,8 +153,20 @@ public:
 
     // nullptr for a mount point, else as for all items.
     [[nodiscard]] KTDirectoryPtr parentDirectoryInfo() const override;
+    // For a mount point the names of the volume.
+    [[nodiscard]] std::string displayName() const override;
     [[nodiscard]] std::string displayPath() const override;
+
+    // "volume" for a mount point, else "folder".
     [[nodiscard]] std::string logTypeDescription() const override;
+
+    // The volume: that of which this is the root; else what this directory has kept, which is the
+    // living parent's, or a new object for a mount point and where there is no such parent. Raises
+    // what making a volume object raises (KTVolumeInfo.h).
+    [[nodiscard]] KTVolumeInfoPtr volumeInfo() const override;
+
+    // For the volume object whose root this is, and which keeps it: it is not kept alive from here.
+    void setVolumeInfo(const KTVolumeInfoPtr& volume);
 
     // --- New subdirectories. The list is not changed by them.
 
@@ -182,14 +194,18 @@ private:
     template <typename Order>
     void resort(Order order, bool isByName);
     void askForEntryCount() const;
+    [[nodiscard]] bool holdsVolumeWeakly() const;
 
     template <typename Field>
     [[nodiscard]] Field directoryAttribute(Field KTDirectoryAttrs::*field) const;
 
     mutable KTDirectoryAttrs directoryAttrs_{};  // under attrLock_
     mutable bool knowsEntryCount_ = false;       // under attrLock_
-    SpinLock sortLock_;                          // one sort at a time; before listLock_
-    mutable SpinLock listLock_;                  // guards the next and the two marks
+    mutable SpinLock volumeLock_;                // guards the next two; before a parent's
+    mutable KTVolumeInfoPtr volumeInfo_;
+    mutable std::weak_ptr<KTVolumeInfo> circularVolInfo_;
+    SpinLock sortLock_;          // one sort at a time; before listLock_
+    mutable SpinLock listLock_;  // guards the next and the two marks
     KTFileInfoPtr firstObject_;
     std::atomic<std::uint64_t> entryCount_ = 0;
 };

@@ -4,7 +4,9 @@
 
 #include "Common/Source/Utilities/KTDirectory.h"
 #include "Common/Source/Utilities/KTDirectoryReading.h"
+#include "Common/Source/Utilities/KTVolumeInfo.h"
 #include "Platform/DirectoryReader.h"
+#include "Platform/NSException.h"
 
 namespace sevrin {
 
@@ -18,9 +20,18 @@ std::mutex& readLock() {
 
 using Reader = bool (*)(const KTPathPtr& path, KTDirectoryContents& contents);
 
-Reader bestReader() {
+// What cannot be learnt about the volume it cannot do.
+bool hasGetDirEntriesAttr(const KTDirectory& directory) {
+    try {
+        return directory.volumeInfo()->hasGetDirEntriesAttr();
+    } catch (const platform::NSException&) {
+        return false;
+    }
+}
+
+Reader bestReaderOf(const KTDirectory& directory) {
     if (platform::hasGetattrlistbulk()) return &readDirectoryInBulk;
-    if (platform::hasGetdirentriesattr()) return &readDirectoryByAttributes;
+    if (hasGetDirEntriesAttr(directory)) return &readDirectoryByAttributes;
     return &readDirectoryPlainly;
 }
 
@@ -36,7 +47,7 @@ void KTDirectory::setList(KTFileInfoPtr head, bool isRead) {
 
 void KTDirectory::lazyDirectoryRead() {
     if (hasMark(kContentsRead)) return;
-    const Reader read = bestReader();
+    const Reader read = bestReaderOf(*this);
     const KTPathPtr path = pathObject();
     const std::lock_guard guard(readLock());
     if (hasMark(kContentsRead)) return;

@@ -70,6 +70,7 @@ TEST_P(KTDirectoryReaderTest, AnEmptyDirectoryHasNoItemsAndIsReadOnce) {
     EXPECT_EQ(directory->firstObject(), nullptr);
     EXPECT_EQ(directory->count(), 0U);
     directory->flushDirectoryContents();
+    EXPECT_EQ(namesOf(*directory), std::vector<std::string>{"a"});
     EXPECT_EQ(directory->count(), 1U);
 }
 

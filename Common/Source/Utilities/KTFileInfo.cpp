@@ -12,6 +12,8 @@
 #include "Common/Source/Utilities/KTRegularFile.h"
 #include "Common/Source/Utilities/KTSubPath.h"
 #include "Common/Source/Utilities/KTSymbolicLink.h"
+#include "Common/Source/Utilities/KTVolumeInfo.h"
+#include "Common/Source/Utilities/Logger.h"
 #include "Platform/Assertion.h"
 #include "Platform/FinderCompare.h"
 #include "Platform/Format.h"
@@ -86,6 +88,22 @@ std::string KTFileInfo::extension() const {
 std::string KTFileInfo::displayPath() const {
     const KTDirectoryPtr parent = parentDirectoryInfo();
     return (parent ? parent->displayPath() : "?/") + displayName();
+}
+
+KTVolumeInfoPtr KTFileInfo::volumeInfo() const {
+    return pathObject()->volumeInfo();
+}
+
+std::optional<std::string> KTFileInfo::volumeRelativePath() const {
+    try {
+        const KTVolumeInfoPtr volume = volumeInfo();
+        return volume ? volume->relativePathOfPath(*pathObject()) : std::nullopt;
+    } catch (const platform::NSException&) {
+        Logger::logFormat(LogClassification::Debug, "%s can't determine relative path for %@",
+                          "-[KTFileInfo volumeRelativePath]", path());
+        LogStackTrace("volumeRelativePath");
+        return path();
+    }
 }
 
 KTDirectoryPtr KTFileInfo::livingParent() const {

@@ -37,8 +37,10 @@ class KTFileInfo;
 class KTListing;
 class KTRegularFile;
 class KTSymbolicLink;
+class KTVolumeInfo;
 using KTFileInfoPtr = std::shared_ptr<KTFileInfo>;
 using KTDirectoryPtr = std::shared_ptr<KTDirectory>;
+using KTVolumeInfoPtr = std::shared_ptr<KTVolumeInfo>;
 
 class KTFileInfo : public KTAbstractFile, public std::enable_shared_from_this<KTFileInfo> {
 protected:
@@ -132,6 +134,13 @@ public:
 
     // The display names from the volume down to this item.
     [[nodiscard]] virtual std::string displayPath() const;
+
+    // The volume that holds the item (KTPath::volumeInfo()); nullptr for what does not exist.
+    [[nodiscard]] virtual KTVolumeInfoPtr volumeInfo() const;
+
+    // What leads here from the root of the volume (KTVolumeInfo::relativePathOfPath()). When that
+    // cannot be told it is logged, and the full path given.
+    [[nodiscard]] std::optional<std::string> volumeRelativePath() const;
 
     // --- Family.
 

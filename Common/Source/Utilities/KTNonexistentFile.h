@@ -15,6 +15,8 @@ public:
     [[nodiscard]] bool exists() const noexcept override { return false; }
     [[nodiscard]] std::uint32_t linkCount() const override { return 0; }
 
+    [[nodiscard]] KTVolumeInfoPtr volumeInfo() const override { return nullptr; }
+
     // That of the directory above the directory item that stands for the path; 0 without one.
     [[nodiscard]] std::int32_t deviceID() const override;
 

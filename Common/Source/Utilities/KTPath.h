@@ -27,6 +27,7 @@ namespace sevrin {
 class KTDirectory;
 class KTFileInfo;
 class KTPath;
+class KTVolumeInfo;
 using KTPathPtr = std::shared_ptr<KTPath>;
 
 class KTPath : public KTAbstractPath,
@@ -178,6 +179,10 @@ public:
 
     // The same if it is a directory, else nullptr.
     [[nodiscard]] std::shared_ptr<KTDirectory> directory();
+
+    // The volume that the directory item standing for this path knows, else a new object for the
+    // one that holds the item. Raises what that raises (KTVolumeInfo.h).
+    [[nodiscard]] std::shared_ptr<KTVolumeInfo> volumeInfo() const;
 
     // --- What is kept.
 

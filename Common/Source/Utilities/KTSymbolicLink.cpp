@@ -11,6 +11,7 @@
 
 #include "Common/Source/Utilities/SVException.h"
 #include "Platform/Assertion.h"
+#include "Platform/PathString.h"
 
 namespace sevrin {
 
@@ -48,6 +49,13 @@ void KTSymbolicLink::setContents(const char* text) {
     }
     const std::lock_guard guard(attrLock_);
     contents_ = std::move(copy);
+}
+
+// The volume of the link's own path would be that of what it leads to.
+KTVolumeInfoPtr KTSymbolicLink::volumeInfo() const {
+    const KTPathPtr path = pathObject();
+    const KTPathPtr parent = path->parent();
+    return (parent ? parent : KTPath::initWithPath(platform::dirname(path->cPath())))->volumeInfo();
 }
 
 std::int64_t KTSymbolicLink::dataLength() const {

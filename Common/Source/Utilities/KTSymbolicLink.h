@@ -30,6 +30,9 @@ public:
     [[nodiscard]] std::int64_t totalLength() const { return dataLength(); }
     [[nodiscard]] std::int64_t rsrcLength() const noexcept { return 0; }
 
+    // The volume that holds the link.
+    [[nodiscard]] KTVolumeInfoPtr volumeInfo() const override;
+
     [[nodiscard]] std::string logTypeDescription() const override { return "link"; }
 
 private:

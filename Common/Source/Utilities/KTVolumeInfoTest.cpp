@@ -1,0 +1,514 @@
+// Tests of volumes as they are mounted, the machine's own and some that the tests mount themselves.
+#include "Common/Source/Utilities/KTVolumeInfo.h"
+
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "Common/Source/Utilities/KTDirectory.h"
+#include "Common/Source/Utilities/KTSymbolicLink.h"
+#include "Common/Source/Utilities/SVException.h"
+#include "Common/Source/Utilities/TestLogger.h"
+#include "Common/Source/Utilities/TestVolumes.h"
+#include "Platform/SequentialCoder.h"
+
+namespace sevrin {
+namespace {
+
+using platform::SequentialDecoder;
+using platform::SequentialEncoder;
+using platform::TestFolder;
+using platform::Value;
+
+KTVolumeInfoPtr volumeOf(std::string_view path) {
+    return KTVolumeInfo::volumeInfoForPath(path);
+}
+
+TEST(KTVolumeInfoTest, ObjectsOfOneVolumeAreEqualAndHashAlike) {
+    const TestFolder folder;
+    const auto first = volumeOf(folder.write("a"));
+    const auto second = KTVolumeInfo::volumeInfoForPathObject(*KTPath::pathWithPath(folder.path()));
+    const auto other = volumeOf("/proc");
+
+    EXPECT_NE(first, second);
+    EXPECT_TRUE(first->isEqual(*second));
+    EXPECT_EQ(first->hash(), second->hash());
+    EXPECT_EQ(first->path(), second->path());
+    EXPECT_FALSE(first->isEqual(*other));
+    EXPECT_FALSE(first->isEqual(*first->pathObject()));
+}
+
+TEST(KTVolumeInfoTest, WhereNothingIsThereIsNoVolume) {
+    try {
+        static_cast<void>(volumeOf("/nowhere/x"));
+        FAIL();
+    } catch (const SVException& exception) {
+        EXPECT_EQ(exception.name(), "IO");
+        EXPECT_EQ(exception.reason(), "problem getting volume statfs");
+        EXPECT_EQ(*exception.details().find("POSIXErr"), Value(ENOENT));
+        EXPECT_EQ(*exception.details().find("Path"), Value("/nowhere/x"));
+    }
+}
+
+TEST(KTVolumeInfoTest, ARecordWhoseMountPointIsGoneHasNoAttributes) {
+    struct platform::statfs record {};
+    std::strcpy(record.f_mntonname, "/nowhere/x");
+    try {
+        static_cast<void>(KTVolumeInfo::initWithPathOrStat(nullptr, &record));
+        FAIL();
+    } catch (const SVException& exception) {
+        EXPECT_EQ(exception.reason(), "problem getting volume attributes");
+    }
+}
+
+TEST(KTVolumeInfoTest, AVolumeInMemoryTellsItsFacts) {
+    SEVRIN_WITH_VOLUMES_OF_ITS_OWN(([] {
+        const TestFolder folder;
+        const std::string place = mountMemory(folder, "mount", MS_NOSUID | MS_NOEXEC);
+        const auto volume = volumeOf(place);
+
+        EXPECT_EQ(volume->path(), KTPath::realPath(place)->path());
+        EXPECT_EQ(volume->cPath(), volume->path());
+        EXPECT_EQ(volume->url()->path(), volume->path());
+        EXPECT_EQ(volume->displayName(), "mount");
+        EXPECT_EQ(volume->displayPath(), "mount:");
+        EXPECT_STREQ(volume->cFilesystemType(), "tmpfs");
+        EXPECT_STREQ(volume->cDeviceName(), "scratch");
+        EXPECT_EQ(volume->deviceName(), "scratch");
+        EXPECT_EQ(volume->totalBytes(), 1 << 20);
+        EXPECT_GT(volume->blockSize(), 0U);
+        EXPECT_TRUE(volume->isWritable());
+        EXPECT_TRUE(volume->isLocal());
+        EXPECT_FALSE(volume->allowsExec());
+        EXPECT_FALSE(volume->allowsSUID());
+        EXPECT_TRUE(volume->usesOwnership());
+        EXPECT_EQ(volume->description(), "KTVolumeInfo(\"mount\"," + volume->path() + ")");
+        EXPECT_FALSE(volume->wholeDeviceIdentifier().isNull());
+        EXPECT_TRUE(volume->hasVolumeSizes());
+        EXPECT_TRUE(volume->hasSymbolicLinks());
+        EXPECT_TRUE(volume->hasHardLinks());
+        EXPECT_FALSE(volume->hasJournal());
+        EXPECT_FALSE(volume->hasExchangeData());
+        EXPECT_GT(volume->maxFileSize(), std::int64_t{1} << 40);
+    }));
+}
+
+TEST(KTVolumeInfoTest, AVolumeWithoutAUUIDIsNamedByItsMount) {
+    SEVRIN_WITH_VOLUMES_OF_ITS_OWN(([] {
+        const TestFolder folder;
+        const auto volume = volumeOf(mountMemory(folder, "mount"));
+
+        EXPECT_EQ(volume->uuid(), KTVolumeInfo::UUID{});
+        EXPECT_EQ(volume->uuidCStr(), nullptr);
+        EXPECT_TRUE(
+            std::regex_match(volume->syntheticUUID(), std::regex("FSID-[0-9a-f]{4,}-[0-9a-f]{4,}")))
+            << volume->syntheticUUID();
+    }));
+}
+
+TEST(KTVolumeInfoTest, FreeSizesAreThoseOfTheLastLook) {
+    SEVRIN_WITH_VOLUMES_OF_ITS_OWN(([] {
+        const TestFolder folder;
+        const auto volume = volumeOf(mountMemory(folder, "mount"));
+        const std::int64_t before = volume->freeBytes();
+        folder.write("mount/a", std::string(100'000, 'x'));
+
+        EXPECT_EQ(volume->freeBytes(), before);
+        volume->reloadSizes();
+        EXPECT_LE(volume->freeBytes(), before - 100'000);
+        EXPECT_EQ(volume->availableBytes(), volume->freeBytes());
+        EXPECT_EQ(volume->stat().f_bfree * volume->blockSize(), static_cast<std::uint64_t>(before));
+        volume->reloadStats();
+        EXPECT_EQ(volume->stat().f_bfree * volume->blockSize(),
+                  static_cast<std::uint64_t>(volume->freeBytes()));
+    }));
+}
+
+TEST(KTVolumeInfoTest, AReadOnlyVolumeIsNotWritable) {
+    SEVRIN_WITH_VOLUMES_OF_ITS_OWN(([] {
+        const TestFolder folder;
+        const auto volume = volumeOf(mountMemory(folder, "mount", MS_RDONLY));
+
+        EXPECT_FALSE(volume->isWritable());
+        EXPECT_TRUE(volume->allowsExec());
+        EXPECT_TRUE(volume->allowsSUID());
+    }));
+}
+
+TEST(KTVolumeInfoTest, AVolumeThatIsMountedTwiceIsOne) {
+    SEVRIN_WITH_VOLUMES_OF_ITS_OWN(([] {
+        const TestFolder folder;
+        const std::string place = mountMemory(folder, "mount");
+        folder.makeFolder("mount/inner");
+        const std::string again = folder.makeFolder("again");
+        ASSERT_EQ(::mount(place.c_str(), again.c_str(), nullptr, MS_BIND, nullptr), 0);
+
+        EXPECT_TRUE(volumeOf(place)->isEqual(*volumeOf(again)));
+        EXPECT_NE(volumeOf(place)->path(), volumeOf(again)->path());
+        EXPECT_EQ(volumeOf(place)->relativePathOfPath(*KTPath::pathWithPath(again + "/inner")),
+                  "inner");
+        EXPECT_EQ(volumeOf(place)->relativePathOfPath(*KTPath::pathWithPath(folder.path())),
+                  std::nullopt);
+    }));
+}
+
+TEST(KTVolumeInfoTest, AVolumeOfADiskTellsItsIdentityAndJournal) {
+    SEVRIN_WITH_VOLUMES_OF_ITS_OWN(([] {
+        const TestFolder folder;
+        const std::string place = mountImage(
+            folder, "mkfs.ext4 -q -L Data -U 01234567-89ab-cdef-0123-456789abcdef", "8M");
+        if (place.empty()) GTEST_SKIP() << "this machine cannot make and mount an ext4 image";
+        const auto volume = volumeOf(place);
+
+        EXPECT_STREQ(volume->cFilesystemType(), "ext4");
+        EXPECT_STREQ(volume->cName(), "Data");
+        EXPECT_EQ(volume->name(), "Data");
+        ASSERT_NE(volume->uuidCStr(), nullptr);
+        EXPECT_STREQ(volume->uuidCStr(), "01234567-89AB-CDEF-0123-456789ABCDEF");
+        EXPECT_EQ(volume->syntheticUUID(), "01234567-89AB-CDEF-0123-456789ABCDEF");
+        EXPECT_TRUE(volume->hasJournal());
+        EXPECT_TRUE(volume->hasPersistentObjects());
+        EXPECT_TRUE(volume->isCaseSensitive());
+        EXPECT_TRUE(volume->has2TBFiles());
+        EXPECT_TRUE(volume->isLocal());
+        EXPECT_GT(volume->totalBytes(), volume->freeBytes());
+        EXPECT_GT(volume->freeBytes(), 0);
+        EXPECT_TRUE(volume->copy()->uuidCStr() != nullptr &&
+                    volume->copy()->uuidCStr() != volume->uuidCStr());
+    }));
+}
+
+TEST(KTVolumeInfoTest, AVolumeWithoutLargeFilesHasFourGibibytes) {
+    SEVRIN_WITH_VOLUMES_OF_ITS_OWN(([] {
+        const TestFolder folder;
+        const std::string place = mountImage(folder, "mkfs.vfat", "8M");
+        if (place.empty()) GTEST_SKIP() << "this machine cannot make and mount a vfat image";
+        const auto volume = volumeOf(place);
+
+        EXPECT_FALSE(volume->has2TBFiles());
+        EXPECT_EQ(volume->maxFileSize(), 4'294'967'296);
+        EXPECT_FALSE(volume->hasSymbolicLinks());
+        EXPECT_FALSE(volume->hasHardLinks());
+        EXPECT_FALSE(volume->isCaseSensitive());
+        EXPECT_FALSE(volume->usesOwnership());
+    }));
+}
+
+TEST(KTVolumeInfoTest, AVolumeWithoutSizesSaysSo) {
+    const auto volume = volumeOf("/proc");
+
+    EXPECT_FALSE(volume->hasVolumeSizes());
+    EXPECT_EQ(volume->totalBytes(), 0);
+    EXPECT_EQ(volume->availableBytes(), 0);
+}
+
+TEST(KTVolumeInfoTest, AVolumeThatTellsNothingOfLargeFilesHasFourGibibytes) {
+    const auto volume = volumeOf("/proc");
+
+    EXPECT_FALSE(volume->has2TBFiles());
+    EXPECT_EQ(volume->maxFileSize(), 4'294'967'296);
+}
+
+TEST(KTVolumeInfoTest, TheListHasEveryVolumeAndItsBrowsablePartOnlyThose) {
+    SEVRIN_WITH_VOLUMES_OF_ITS_OWN(([] {
+        const TestFolder folder;
+        const auto mounted = volumeOf(mountMemory(folder, "mount"));
+        const auto has = [](const std::vector<KTVolumeInfoPtr>& volumes, const KTVolumeInfo& one) {
+            return std::any_of(volumes.begin(), volumes.end(), [&](const KTVolumeInfoPtr& volume) {
+                return volume->isEqual(one) && volume->path() == one.path();
+            });
+        };
+        const auto all = KTVolumeInfo::allVolumes();
+        const auto browsable = KTVolumeInfo::browsableVolumes();
+
+        EXPECT_TRUE(has(all, *mounted));
+        EXPECT_TRUE(has(all, *volumeOf("/proc")));
+        EXPECT_FALSE(has(browsable, *volumeOf("/proc")));
+        EXPECT_TRUE(std::all_of(browsable.begin(), browsable.end(),
+                                [](const auto& volume) { return volume->isBrowsable(); }));
+        EXPECT_LT(browsable.size(), all.size());
+    }));
+}
+
+TEST(KTVolumeInfoTest, EveryCapabilityHasItsBit) {
+    using Getter = bool (KTVolumeInfo::*)() const;
+    const std::vector<std::pair<Getter, std::uint32_t>> formats = {
+        {&KTVolumeInfo::hasPersistentObjects, 0x1}, {&KTVolumeInfo::hasSymbolicLinks, 0x2},
+        {&KTVolumeInfo::hasHardLinks, 0x4},         {&KTVolumeInfo::hasJournal, 0x8},
+        {&KTVolumeInfo::hasActiveJournal, 0x10},    {&KTVolumeInfo::hasUnreliableRootTimes, 0x20},
+        {&KTVolumeInfo::hasSparseFiles, 0x40},      {&KTVolumeInfo::hasZeroRuns, 0x80},
+        {&KTVolumeInfo::isCaseSensitive, 0x100},    {&KTVolumeInfo::isCasePreserving, 0x200},
+        {&KTVolumeInfo::hasFastStatfs, 0x400},      {&KTVolumeInfo::has2TBFiles, 0x800},
+        {&KTVolumeInfo::hasOpenDeny, 0x1000},       {&KTVolumeInfo::hasHiddenFiles, 0x2000},
+        {&KTVolumeInfo::hasPathFromID, 0x4000},     {&KTVolumeInfo::has64BitObjects, 0x20000}};
+    const std::vector<std::pair<Getter, std::uint32_t>> interfaces = {
+        {&KTVolumeInfo::hasGetAttrList, 0x2},
+        {&KTVolumeInfo::hasGetDirEntriesAttr, 0x8},
+        {&KTVolumeInfo::hasExchangeData, 0x10},
+        {&KTVolumeInfo::hasPreallocation, 0x40},
+        {&KTVolumeInfo::canRename, 0x80},
+        {&KTVolumeInfo::hasAdvisoryLocking, 0x100},
+        {&KTVolumeInfo::hasFileLocking, 0x200},
+        {&KTVolumeInfo::hasMandatoryLocking, 0x1000},
+        {&KTVolumeInfo::hasACLs, 0x400},
+        {&KTVolumeInfo::hasUserAccess, 0x800},
+        {&KTVolumeInfo::hasExtendedAttributes, 0x4000},
+        {&KTVolumeInfo::hasFileCloning, 0x10000},
+        {&KTVolumeInfo::hasSnapshots, 0x20000},
+        {&KTVolumeInfo::hasSwapping, 0x40000},
+        {&KTVolumeInfo::hasExclusiveRenaming, 0x80000}};
+    std::uint32_t seen = 0;
+    for (const KTVolumeInfoPtr& volume : KTVolumeInfo::allVolumes()) {
+        for (const auto& [getter, bit] : formats) {
+            EXPECT_EQ((volume.get()->*getter)(), volume->hasFormatCapability(bit)) << bit;
+            if (volume->hasFormatCapability(bit)) seen |= bit;
+        }
+        for (const auto& [getter, bit] : interfaces)
+            EXPECT_EQ((volume.get()->*getter)(), volume->hasInterfaceCapability(bit)) << bit;
+        EXPECT_EQ(volume->hasVolumeSizes(), !volume->hasFormatCapability(0x8000));
+    }
+    EXPECT_NE(seen, 0U);
+}
+
+TEST(KTVolumeInfoTest, AttributesAreSupportedWhenAllOfTheMaskAre) {
+    const TestFolder folder;
+    const auto volume = volumeOf(folder.path());
+
+    EXPECT_TRUE(volume->supportsTheseCommonAttributes(platform::ATTR_CMN_NAME |
+                                                      platform::ATTR_CMN_MODTIME));
+    EXPECT_TRUE(volume->supportsTheseCommonAttributesNatively(platform::ATTR_CMN_MODTIME));
+    EXPECT_TRUE(volume->supportsTheseDirectoryAttributes(platform::ATTR_DIR_LINKCOUNT));
+    EXPECT_TRUE(volume->supportsTheseFileAttributes(platform::ATTR_FILE_DATALENGTH));
+    EXPECT_TRUE(volume->supportsTheseVolumeAttributes(platform::ATTR_VOL_SIZE));
+    EXPECT_FALSE(volume->supportsTheseFileAttributes(platform::ATTR_FILE_DATALENGTH |
+                                                     platform::ATTR_FILE_FORKLIST));
+    EXPECT_FALSE(volume->supportsTheseFileAttributesNatively(platform::ATTR_FILE_FORKLIST));
+    EXPECT_FALSE(volume->supportsTheseDirectoryAttributesNatively(0x8000'0000));
+    EXPECT_FALSE(volume->supportsTheseVolumeAttributesNatively(platform::ATTR_VOL_QUOTA_SIZE));
+}
+
+TEST(KTVolumeInfoTest, AnArchiveHoldsTheMountPointAlone) {
+    const TestFolder folder;
+    const auto volume = volumeOf(folder.path());
+    SequentialEncoder encoder;
+
+    encoder.encodeObject(volume);
+
+    EXPECT_EQ(encoder.values(), (std::vector<Value>{"KTVolumeInfo", "NSString", volume->path()}));
+    SequentialDecoder decoder(encoder.values());
+    const auto decoded = decoder.decodeObject().object<KTVolumeInfo>();
+    ASSERT_TRUE(decoded);
+    EXPECT_TRUE(decoded->isEqual(*volume));
+}
+
+TEST(KTVolumeInfoTest, AnArchiveOfAVolumeThatIsGoneRaises) {
+    SequentialDecoder decoder({"KTVolumeInfo", "NSString", "/nowhere/x"});
+
+    EXPECT_THROW(static_cast<void>(decoder.decodeObject()), SVException);
+}
+
+TEST(KTVolumeInfoTest, AnArchiveWithoutAMountPointIsRefused) {
+    SequentialDecoder decoder({"KTVolumeInfo", nullptr});
+
+    EXPECT_ANY_THROW(static_cast<void>(decoder.decodeObject()));
+}
+
+TEST(KTVolumeInfoTest, ACopyKnowsWhatTheVolumeKnows) {
+    const auto volume = volumeOf("/");
+    static_cast<void>(volume->nsAttributes());
+
+    const auto copy = volume->copy();
+
+    EXPECT_NE(copy, volume);
+    EXPECT_TRUE(copy->isEqual(*volume));
+    EXPECT_EQ(copy->pathObject(), volume->pathObject());
+    EXPECT_EQ(copy->totalBytes(), volume->totalBytes());
+    EXPECT_EQ(copy->freeBytes(), volume->freeBytes());
+    EXPECT_EQ(copy->uuid(), volume->uuid());
+    EXPECT_EQ(copy->nsAttributes(), volume->nsAttributes());
+    EXPECT_EQ(copy->hasHardLinks(), volume->hasHardLinks());
+    EXPECT_EQ(copy->createdDate(), volume->createdDate());
+}
+
+TEST(KTVolumeInfoTest, ThereIsNoDataVolumeWithoutAFirmlink) {
+    EXPECT_EQ(volumeOf("/proc/self")->dataVolumeInfo(), nullptr);
+}
+
+TEST(KTVolumeInfoTest, UnmountingEndsTheMount) {
+    SEVRIN_WITH_VOLUMES_OF_ITS_OWN(([] {
+        const TestFolder folder;
+        const std::string place = mountMemory(folder, "mount");
+        const auto volume = volumeOf(place);
+
+        volume->unmount();
+
+        EXPECT_FALSE(volumeOf(place)->isEqual(*volume));
+    }));
+}
+
+TEST(KTVolumeInfoTest, AVolumeInUseIsUnmountedByForceOnly) {
+    SEVRIN_WITH_VOLUMES_OF_ITS_OWN(([] {
+        const TestFolder folder;
+        const std::string place = mountMemory(folder, "mount");
+        const auto volume = volumeOf(place);
+        const std::ofstream user(folder / "mount/open");
+        try {
+            volume->unmount();
+            FAIL();
+        } catch (const SVException& exception) {
+            EXPECT_EQ(exception.reason(), "cannot unmount volume");
+            EXPECT_EQ(*exception.details().find("POSIXErr"), Value(EBUSY));
+            EXPECT_EQ(*exception.details().find("name"), Value("mount"));
+            EXPECT_EQ(*exception.details().find("Path"), Value(volume->path()));
+            EXPECT_EQ(*exception.details().find("forcably"), Value(0));
+        }
+        volume->unmountForcibly(true);
+        EXPECT_FALSE(volumeOf(place)->isEqual(*volume));
+    }));
+}
+
+TEST(KTVolumeInfoTest, WhatCannotBeReloadedIsLoggedAndStays) {
+    const auto logger = std::make_shared<TestLogger>();
+    const ScopedDefaultLogger installed(logger);
+    SEVRIN_WITH_VOLUMES_OF_ITS_OWN(([&] {
+        const TestFolder folder;
+        const auto volume = volumeOf(mountMemory(folder, "mount"));
+        volume->unmount();
+        ASSERT_EQ(::rmdir(volume->cPath()), 0);
+
+        volume->reloadStats();
+        volume->reloadSizes();
+        EXPECT_EQ(volume->nsAttributes(), std::nullopt);
+        EXPECT_TRUE(volume->wholeDeviceIdentifier().isNull());
+
+        EXPECT_EQ(volume->totalBytes(), 1 << 20);
+        EXPECT_GT(volume->freeBytes(), 0);
+        EXPECT_STREQ(volume->cDeviceName(), "scratch");
+        std::string all;
+        for (const std::string& line : logger->lines())
+            all += line + "\n";
+        const std::string failure = volume->path() + ": 2(No such file or directory)";
+        EXPECT_NE(
+            all.find("9 -[KTVolumeInfo reloadStats] problem getting stats for device " + failure),
+            std::string::npos)
+            << all;
+        EXPECT_NE(
+            all.find("9 -[KTVolumeInfo reloadSizes] problem getting sizes for device " + failure),
+            std::string::npos)
+            << all;
+        EXPECT_NE(all.find("9 -[KTVolumeInfo nsAttributes] problem obtaining NSFileManager "
+                           "attributes for filesystem at " +
+                           volume->path() + ": "),
+                  std::string::npos)
+            << all;
+    }));
+}
+
+TEST(KTVolumeInfoTest, TheRootDirectoryKnowsItsVolumeAndSoDoesWhatIsBelow) {
+    SEVRIN_WITH_VOLUMES_OF_ITS_OWN(([] {
+        const TestFolder folder;
+        const std::string place = mountMemory(folder, "mount");
+        folder.makeFolder("mount/a");
+        folder.makeFolder("mount/a/b");
+        const auto volume = volumeOf(place);
+        const auto root = volume->rootDirectory();
+
+        EXPECT_EQ(volume->rootDirectory(), root);
+        EXPECT_EQ(root->path(), volume->path());
+        EXPECT_EQ(root->volumeInfo(), volume);
+        EXPECT_EQ(root->pathObject()->volumeInfo(), volume);
+        const auto inner = root->firstDirectory()->firstDirectory();
+        EXPECT_EQ(inner->name(), "b");
+        EXPECT_EQ(inner->volumeInfo(), volume);
+        EXPECT_EQ(inner->volumeRelativePath(), "a/b");
+        EXPECT_EQ(root->volumeRelativePath(), "");
+    }));
+}
+
+TEST(KTVolumeInfoTest, AVolumeEndsWithItsLastUserWhateverItsDirectoriesKnow) {
+    const std::weak_ptr<KTVolumeInfo> gone = [] {
+        const auto volume = volumeOf("/");
+        const auto first = volume->rootDirectory()->firstDirectory();
+        EXPECT_EQ(first->volumeInfo() == volume, !first->isMountPoint());
+        for (auto directory = first; directory; directory = directory->nextDirectory())
+            static_cast<void>(directory->volumeInfo());
+        return std::weak_ptr<KTVolumeInfo>(volume);
+    }();
+
+    EXPECT_TRUE(gone.expired());
+}
+
+TEST(KTVolumeInfoTest, TheDirectoryOfAMountPointHasTheNamesOfItsVolume) {
+    SEVRIN_WITH_VOLUMES_OF_ITS_OWN(([] {
+        const TestFolder folder;
+        mountMemory(folder, "mount");
+        const auto outer = KTDirectory::directoryWithPath(folder.path());
+        const auto mount = outer->firstDirectory();
+
+        EXPECT_TRUE(mount->isMountPoint());
+        EXPECT_FALSE(outer->isMountPoint());
+        EXPECT_EQ(mount->livingParent(), outer);
+        EXPECT_EQ(mount->parentDirectoryInfo(), nullptr);
+        EXPECT_EQ(mount->displayName(), "mount");
+        EXPECT_EQ(mount->displayPath(), "mount:/");
+        EXPECT_EQ(mount->logDescription(), "volume mount");
+        EXPECT_FALSE(mount->volumeInfo()->isEqual(*outer->volumeInfo()));
+        EXPECT_EQ(mount->volumeInfo(), mount->volumeInfo());
+    }));
+}
+
+TEST(KTVolumeInfoTest, ADirectorySharesTheVolumeOfItsLivingParent) {
+    const TestFolder folder;
+    folder.makeFolder("a");
+    const auto outer = KTDirectory::directoryWithPath(folder.path());
+
+    EXPECT_EQ(outer->firstDirectory()->volumeInfo(), outer->volumeInfo());
+}
+
+TEST(KTVolumeInfoTest, TheVolumeOfALinkIsWhereTheLinkIs) {
+    const TestFolder folder;
+    const auto link = KTFileInfo::infoForPath(folder.makeLink("/proc/self", "l"));
+
+    EXPECT_TRUE(link->volumeInfo()->isEqual(*volumeOf(folder.path())));
+    EXPECT_FALSE(link->volumeInfo()->isEqual(*volumeOf("/proc")));
+}
+
+TEST(KTVolumeInfoTest, WhatDoesNotExistIsOnNoVolume) {
+    const auto item = KTFileInfo::infoForPath("/nowhere/x");
+
+    EXPECT_EQ(item->volumeInfo(), nullptr);
+    EXPECT_EQ(item->volumeRelativePath(), std::nullopt);
+}
+
+TEST(KTVolumeInfoTest, ARelativePathThatCannotBeToldIsTheFullOneAndLogged) {
+    const auto logger = std::make_shared<TestLogger>();
+    const ScopedDefaultLogger installed(logger);
+    const auto item = KTFileInfo::initWithTypePathObject(1, KTPath::pathWithPath("/nowhere/x"));
+
+    EXPECT_EQ(item->volumeRelativePath(), "/nowhere/x");
+
+    const auto lines = logger->lines();
+    ASSERT_GE(lines.size(), 2U);
+    EXPECT_TRUE(lines[0].starts_with(
+        "9 -[KTFileInfo volumeRelativePath] can't determine relative path for /nowhere/x ["))
+        << lines[0];
+    EXPECT_NE(lines[1].find("volumeRelativePath"), std::string::npos) << lines[1];
+}
+
+TEST(KTVolumeInfoTest, APathOnAnotherVolumeHasNoRelativePath) {
+    const TestFolder folder;
+
+    EXPECT_EQ(volumeOf("/proc")->relativePathOfPath(*KTPath::pathWithPath(folder.path())),
+              std::nullopt);
+    EXPECT_EQ(volumeOf("/proc")->relativePathOfPath(*KTPath::pathWithPath("/proc/1/fd")), "1/fd");
+}
+
+}  // namespace
+}  // namespace sevrin
