@@ -24,16 +24,21 @@ struct FinderSortKey {
 
 [[nodiscard]] FinderSortKey finderSortKey(std::string_view name) noexcept;
 
+// As finderLikeCompare() of the names whose keys these are, or 0 where the names have to be looked
+// at.
+[[nodiscard]] inline int compareFinderSortKeys(const FinderSortKey& left,
+                                               const FinderSortKey& right) noexcept {
+    if (left.high == 0 || right.high == 0) return 0;  // A key of zeros decides nothing.
+    if (left.high != right.high) return left.high < right.high ? -1 : 1;
+    return left.low == right.low ? 0 : (left.low < right.low ? -1 : 1);
+}
+
 // As finderLikeCompare() of the names, whose keys these are; looks at them only where the keys do
 // not decide.
 [[nodiscard]] inline int finderLikeCompare(const FinderSortKey& leftKey, std::string_view left,
                                            const FinderSortKey& rightKey, std::string_view right) {
-    // A key of zeros decides nothing.
-    if (leftKey.high != 0 && rightKey.high != 0) {
-        if (leftKey.high != rightKey.high) return leftKey.high < rightKey.high ? -1 : 1;
-        if (leftKey.low != rightKey.low) return leftKey.low < rightKey.low ? -1 : 1;
-    }
-    return finderLikeCompare(left, right);
+    const int order = compareFinderSortKeys(leftKey, rightKey);
+    return order != 0 ? order : finderLikeCompare(left, right);
 }
 
 // The same order where the system has no collation: characters beyond ASCII stand behind the

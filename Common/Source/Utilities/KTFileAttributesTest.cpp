@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -229,6 +230,39 @@ TEST(KTFileAttributesTest, AFileWithoutAListHasNone) {
     item->flushAttributes();
     EXPECT_EQ(item->acl(), nullptr);
     EXPECT_EQ(item->ownerID(), ::geteuid());
+}
+
+// Gives a file a list beyond its mode bits: user 12345 may read. False where files have no lists.
+bool giveList(const std::string& path) {
+    struct Entry {
+        std::uint16_t tag;
+        std::uint16_t permissions;
+        std::uint32_t id;
+    };
+    struct {
+        std::uint32_t version = 2;
+        Entry entries[5] = {{0x01, 6, UINT32_MAX},   // the owner
+                            {0x02, 4, 12345},        // the user
+                            {0x04, 4, UINT32_MAX},   // the group
+                            {0x10, 4, UINT32_MAX},   // the mask
+                            {0x20, 0, UINT32_MAX}};  // all others
+    } const list;
+    return ::setxattr(path.c_str(), "system.posix_acl_access", &list, sizeof list, 0) == 0;
+}
+
+TEST(KTFileAttributesTest, AListIsFetchedOnceAndAfreshAfterAFlush) {
+    const TestFolder folder;
+    const auto item = KTFileInfo::infoForPath(folder.write("a"));
+    const std::string link = folder.makeLink("a", "l");
+    EXPECT_EQ(item->acl(), nullptr);
+    if (!giveList(item->path())) GTEST_SKIP() << "files here have no access control lists";
+
+    EXPECT_EQ(item->acl(), nullptr);
+    item->flushAttributes();
+    ASSERT_NE(item->acl(), nullptr);
+    EXPECT_EQ(item->acl(), item->acl());
+    EXPECT_NE(platform::acl_to_text(*item->acl()).find("user:12345:r--"), std::string::npos);
+    EXPECT_EQ(KTFileInfo::infoForPath(link)->acl(), nullptr);
 }
 
 TEST(KTFileAttributesTest, TheRecordsHaveTheirSizes) {

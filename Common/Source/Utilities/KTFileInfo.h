@@ -26,6 +26,7 @@
 #include "Common/Source/Utilities/KTFileAttributes.h"
 #include "Common/Source/Utilities/KTPath.h"
 #include "Common/Source/Utilities/SpinLock.h"
+#include "Platform/FinderCompare.h"
 #include "Platform/NSDate.h"
 #include "Platform/Value.h"
 
@@ -297,9 +298,6 @@ protected:
     // Its own path object, if it has been made.
     [[nodiscard]] KTPathPtr madePathObject() const;
 
-    mutable SpinLock attrLock_;  // guards the attributes
-    mutable SpinLock linkLock_;  // guards the path and the link to the next item
-
 private:
     friend class KTListing;
 
@@ -320,11 +318,19 @@ private:
     template <typename Wanted>
     [[nodiscard]] KTFileInfoPtr nextThat(Wanted wanted) const;
 
-    mutable KTPathPtr pathObj_;
+    // What a sort looks at comes first and together: it costs the most when it is not in the cache.
+    mutable platform::FinderSortKey sortKey_;  // of the name, while a sort by name needs it
     KTFileInfoPtr next_;
-    const std::uint32_t vtype_;
     mutable std::atomic<std::uint16_t> flags_ = 0;
     const std::uint16_t nameOffset_;  // of the name from the start of this object; 0: the path's
+    const std::uint8_t vtype_;
+
+protected:
+    mutable SpinLock attrLock_;  // guards the attributes
+    mutable SpinLock linkLock_;  // guards the path and the link to the next item
+
+private:
+    mutable KTPathPtr pathObj_;
     mutable KTCommonAttrs attrs_{};
 };
 

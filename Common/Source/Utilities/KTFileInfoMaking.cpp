@@ -1,6 +1,7 @@
 // Making items: the probe of a path, the entry of a directory, the choice of the class.
 #include <dirent.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -73,13 +74,16 @@ static_assert(sizeof(Probe) == 1040);
 
 }  // namespace
 
+// Beyond all types there are; what is more has no class of its own either.
+constexpr std::uint32_t kTypeMax = std::numeric_limits<std::uint8_t>::max();
+
 KTFileInfo::KTFileInfo(Passkey, Origin origin)
-    : pathObj_(std::move(origin.path)),
-      vtype_(origin.type),
-      nameOffset_(origin.name == nullptr
+    : nameOffset_(origin.name == nullptr
                       ? std::uint16_t{0}
                       : static_cast<std::uint16_t>(origin.name->place -
-                                                   reinterpret_cast<const char*>(this))) {
+                                                   reinterpret_cast<const char*>(this))),
+      vtype_(static_cast<std::uint8_t>(std::min(origin.type, kTypeMax))),
+      pathObj_(std::move(origin.path)) {
     SEVRIN_ASSERT(pathObj_ != nullptr, "an item has a path");
     if (origin.name != nullptr) setMark(kPathIsParents);
 }

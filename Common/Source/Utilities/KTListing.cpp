@@ -30,11 +30,14 @@ void KTListing::restart() {
 }
 
 // Marks every item, so that nobody follows a link that is being moved; answers how many there are.
-std::size_t KTListing::beginSorting(const KTFileInfoPtr& head) {
+std::size_t KTListing::beginSorting(const KTFileInfoPtr& head, bool isByName) {
     std::size_t count = 0;
     for (const KTFileInfo* item = head.get(); item != nullptr; item = item->next_.get()) {
-        const std::lock_guard guard(item->linkLock_);
-        item->setMark(KTFileInfo::kBeingSorted);
+        {
+            const std::lock_guard guard(item->linkLock_);
+            item->setMark(KTFileInfo::kBeingSorted);
+        }
+        if (isByName) item->sortKey_ = platform::finderSortKey(item->cName());
         ++count;
     }
     return count;
@@ -81,10 +84,19 @@ private:
             *end = std::move(taken);
             end = &(*end)->next_;
             taken = std::move(*end);
+            if (taken) fetchAhead(taken->next_.get());
         }
         // After a failure both may have items left.
         *end = std::move(first ? first : second);
         return head;
+    }
+
+    // A long list is not in the cache: the item after the next is asked for while this one is
+    // compared.
+    static void fetchAhead(const KTFileInfo* item) {
+        if (item == nullptr) return;
+        __builtin_prefetch(&item->sortKey_);
+        __builtin_prefetch(&item->linkLock_);
     }
 
     bool isBehind(const KTFileInfo& first, const KTFileInfo& second) {
@@ -102,8 +114,8 @@ private:
 };
 
 template <typename Compare>
-void KTListing::sortWith(KTFileInfoPtr& head, const Compare& compare) {
-    const std::size_t count = beginSorting(head);
+void KTListing::sortWith(KTFileInfoPtr& head, const Compare& compare, bool isByName) {
+    const std::size_t count = beginSorting(head, isByName);
     MergeSort<Compare> sorting(compare);
     if (count > 1) {
         ++sortsHere;
@@ -116,13 +128,15 @@ void KTListing::sortWith(KTFileInfoPtr& head, const Compare& compare) {
 }
 
 void KTListing::sort(KTFileInfoPtr& head, const KTFileInfoComparison& compare) {
-    sortWith(head, compare);
+    sortWith(head, compare, false);
 }
 
 void KTListing::sortByName(KTFileInfoPtr& head) {
-    sortWith(head, [](const KTFileInfo& left, const KTFileInfo& right) {
-        return left.compareNames(right);
-    });
+    const auto compare = [](const KTFileInfo& left, const KTFileInfo& right) {
+        const int order = platform::compareFinderSortKeys(left.sortKey_, right.sortKey_);
+        return order != 0 ? order : left.compareNames(right);
+    };
+    sortWith(head, compare, true);
 }
 
 }  // namespace sevrin

@@ -39,8 +39,8 @@ private:
     class MergeSort;
 
     template <typename Compare>
-    static void sortWith(KTFileInfoPtr& head, const Compare& compare);
-    static std::size_t beginSorting(const KTFileInfoPtr& head);
+    static void sortWith(KTFileInfoPtr& head, const Compare& compare, bool isByName);
+    static std::size_t beginSorting(const KTFileInfoPtr& head, bool isByName);
     static void endSorting(const KTFileInfoPtr& head) noexcept;
 
     KTFileInfoPtr head_;

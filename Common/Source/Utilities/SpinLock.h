@@ -1,4 +1,4 @@
-// A lock of four bytes, for objects of which there are millions.
+// A lock of one byte, for objects of which there are millions.
 //
 // A directory of a million entries has a million of them, so a mutex of forty bytes is too dear.
 // Whoever finds it taken tries for a moment and then sleeps until it is free: some are held across
@@ -17,14 +17,14 @@ public:
     SpinLock& operator=(const SpinLock&) = delete;
 
     void lock() noexcept {
-        std::uint32_t expected = kFree;
+        std::uint8_t expected = kFree;
         if (!state_.compare_exchange_strong(expected, kTaken, std::memory_order_acquire)) {
             lockContended();
         }
     }
 
     [[nodiscard]] bool try_lock() noexcept {
-        std::uint32_t expected = kFree;
+        std::uint8_t expected = kFree;
         return state_.compare_exchange_strong(expected, kTaken, std::memory_order_acquire);
     }
 
@@ -33,13 +33,13 @@ public:
     }
 
 private:
-    static constexpr std::uint32_t kFree = 0;
-    static constexpr std::uint32_t kTaken = 1;
-    static constexpr std::uint32_t kAwaited = 2;  // Taken, and somebody may be asleep.
+    static constexpr std::uint8_t kFree = 0;
+    static constexpr std::uint8_t kTaken = 1;
+    static constexpr std::uint8_t kAwaited = 2;  // Taken, and somebody may be asleep.
 
     void lockContended() noexcept;
 
-    std::atomic<std::uint32_t> state_ = kFree;
+    std::atomic<std::uint8_t> state_ = kFree;
 };
 
 }  // namespace sevrin

@@ -10,8 +10,8 @@
 namespace sevrin {
 namespace {
 
-TEST(SpinLockTest, IsFourBytes) {
-    EXPECT_EQ(sizeof(SpinLock), 4U);
+TEST(SpinLockTest, IsOneByte) {
+    EXPECT_EQ(sizeof(SpinLock), 1U);
 }
 
 TEST(SpinLockTest, IsNotGivenTwice) {
