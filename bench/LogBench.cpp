@@ -215,14 +215,18 @@ void measureLines(int rounds) {
     alternate("p99", "at most 1", ninetyNinth, writeSpd);
 }
 
-// The same rows, put together the plain way: offset, bytes in hexadecimal, bytes as characters.
+// The same rows, put together as fast as a plain loop does it.
 void dumpWithSpdlog(spdlog::logger& logger, const std::string& data) {
+    constexpr char kDigits[] = "0123456789abcdef";
     std::string row;
     for (std::size_t start = 0; start < data.size(); start += kRowBytes) {
         row.clear();
         fmt::format_to(std::back_inserter(row), "{:06x}: ", start);
-        for (std::size_t place = start; place < start + kRowBytes; ++place)
-            fmt::format_to(std::back_inserter(row), "{:02x}", data[place]);
+        for (std::size_t place = start; place < start + kRowBytes; ++place) {
+            const auto byte = static_cast<unsigned char>(data[place]);
+            row += kDigits[byte >> 4U];
+            row += kDigits[byte & 15U];
+        }
         row += " |";
         for (std::size_t place = start; place < start + kRowBytes; ++place)
             row += data[place] >= 0x20 && data[place] <= 0x7E ? data[place] : '_';
