@@ -9,8 +9,14 @@
 //                                          says so each time
 //     log-test-helper listen               writes a line for each line of input, and hears
 //     rotations
+//     log-test-helper announce             rotates where no other process hears it, and says how
+//     often
+//                                          it was announced and what with; "shared" where the
+//                                          system gives it no such place
 //
-// They say "ready" on standard output when they have begun, and "written" for each line of input.
+// The others say "ready" on standard output when they have begun, and "written" for each line of
+// input.
+#include <sched.h>
 #include <sys/select.h>
 #include <unistd.h>
 
@@ -20,6 +26,7 @@
 #include <cstdlib>
 #include <functional>
 #include <iostream>
+#include <optional>
 #include <random>
 #include <string>
 #include <thread>
@@ -27,6 +34,7 @@
 
 #include "Common/Source/Utilities/LogFileLogger.h"
 #include "Platform/DispatchQueue.h"
+#include "Platform/NSDistributedNotificationCenter.h"
 #include "Platform/NSRunLoop.h"
 
 namespace sevrin {
@@ -110,8 +118,35 @@ void listen() {
     });
 }
 
+// Notifications travel within one network.
+bool enterOwnNetwork() {
+    return ::unshare(CLONE_NEWNET) == 0 || ::unshare(CLONE_NEWUSER | CLONE_NEWNET) == 0;
+}
+
+void announce() {
+    if (!enterOwnNetwork()) return say("shared");
+    constexpr std::chrono::milliseconds kForASecondOne{200};
+    auto& center = platform::NSDistributedNotificationCenter::defaultCenter();
+    std::string heard;
+    const auto observer = center.addObserver(
+        std::nullopt, std::nullopt, [&](const platform::NSNotification& notification) {
+            heard += notification.name + " " + notification.object.value_or("none") + " " +
+                     notification.userInfo.description() + ";";
+            DispatchQueue::mainQueue().after(kForASecondOne,
+                                             [] { NSRunLoop::currentRunLoop().stop(); });
+        });
+    LogFileLogger::make()->rotateLogKeeping(3);
+    NSRunLoop::currentRunLoop().run();
+    center.removeObserver(observer);
+    say(heard);
+}
+
 int run(const std::vector<std::string>& words) {
     const std::string verb = words.size() > 1 ? words[1] : "";
+    if (verb == "announce") {
+        announce();
+        return 0;
+    }
     const LoggerPtr installed = Logger::defaultLogger();
     say("ready");
     if (verb == "write" && words.size() == 4) {
