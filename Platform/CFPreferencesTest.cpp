@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <limits>
+#include <ostream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -209,6 +210,8 @@ TEST_F(CFPreferencesTest, WhatNoPropertyListHoldsIsRefusedAndChangesNothing) {
 struct Damage {
     const char* content;
     const char* words;
+
+    friend void PrintTo(const Damage& damage, std::ostream* out) { *out << damage.content; }
 };
 
 class CFPreferencesDamageTest : public CFPreferencesTest,

@@ -13,6 +13,7 @@
 #include <fstream>
 #include <functional>
 #include <memory>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -172,6 +173,8 @@ struct Obstacle {
     void (*set)(const TestLogFile& log);
     const char* words;
     void (*clear)(const TestLogFile& log);
+
+    friend void PrintTo(const Obstacle& obstacle, std::ostream* out) { *out << obstacle.name; }
 };
 
 void removeFile(const TestLogFile& log) {

@@ -11,6 +11,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -95,6 +96,10 @@ struct Rotation {
     std::uint64_t keeping;
     int missing;
     std::vector<std::string> contents;
+
+    friend void PrintTo(const Rotation& rotation, std::ostream* out) {
+        *out << rotation.keeping << " without " << rotation.missing;
+    }
 };
 
 class LogFileRotationTest : public testing::Test {
