@@ -222,7 +222,7 @@ protected:
 };
 
 TEST_F(LogFileEnduranceTest, NoLineIsTornDoubledOrLost) {
-    constexpr int kProcesses = 8;
+    constexpr std::size_t kProcesses = 8;
     constexpr int kRotationsMin = 4;
     const std::string links = log_.home() + "/links";
     fs::create_directory(links);
@@ -231,7 +231,7 @@ TEST_F(LogFileEnduranceTest, NoLineIsTornDoubledOrLost) {
         Helper rotator({"rotate", links});
         ASSERT_EQ(rotator.readLine(), "ready");
         std::vector<Helper> writers;
-        for (int process = 0; process < kProcesses; ++process)
+        for (std::size_t process = 0; process < kProcesses; ++process)
             writers.push_back(Helper({"write", "p" + std::to_string(process), lines()}));
         for (int rotation = 0; rotation < kRotationsMin; ++rotation)
             ASSERT_EQ(rotator.readLine(), "rotated");
@@ -242,6 +242,7 @@ TEST_F(LogFileEnduranceTest, NoLineIsTornDoubledOrLost) {
     for (const auto& entry : fs::directory_iterator(links))
         ASSERT_NO_FATAL_FAILURE(countLinesOf(entry.path()));
     ASSERT_NO_FATAL_FAILURE(countLinesOf(log_.path()));
+    EXPECT_GE(written, kProcesses * 2 * std::stoul(lines()));
     EXPECT_EQ(counts_.size(), written);
     for (const auto& [line, count] : counts_)
         ASSERT_EQ(count, 1) << line;
