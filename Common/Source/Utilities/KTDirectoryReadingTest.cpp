@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "Common/Source/Utilities/KTDirectory.h"
+#include "Common/Source/Utilities/KTVolumeInfo.h"
 #include "Common/Source/Utilities/SVException.h"
 #include "Platform/DirectoryReader.h"
 #include "Platform/TestFolder.h"
@@ -258,6 +259,10 @@ void listSortFlushAndDrop(const KTDirectoryPtr& shared, const std::string& path,
         }
         static_cast<void>(directory->count());
         static_cast<void>(directory->objectMatchingCName("7"));
+        if (directory->displayPath() != directory->volumeInfo()->rootDirectory()->displayPath() +
+                                            *directory->volumeRelativePath() + "/") {
+            ++wrong;
+        }
     }
 }
 
