@@ -70,7 +70,7 @@ TEST(KTVolumeInfoTest, ARecordWhoseMountPointIsGoneHasNoAttributes) {
 
 TEST(KTVolumeInfoTest, AVolumeInMemoryTellsItsFacts) {
     SEVRIN_WITH_VOLUMES_OF_ITS_OWN(([] {
-        const TestFolder folder;
+        const VolumeFolder folder;
         const std::string place = mountMemory(folder, "mount", MS_NOSUID | MS_NOEXEC);
         const auto volume = volumeOf(place);
 
@@ -102,7 +102,7 @@ TEST(KTVolumeInfoTest, AVolumeInMemoryTellsItsFacts) {
 
 TEST(KTVolumeInfoTest, AVolumeWithoutAUUIDIsNamedByItsMount) {
     SEVRIN_WITH_VOLUMES_OF_ITS_OWN(([] {
-        const TestFolder folder;
+        const VolumeFolder folder;
         const auto volume = volumeOf(mountMemory(folder, "mount"));
 
         EXPECT_EQ(volume->uuid(), KTVolumeInfo::UUID{});
@@ -115,7 +115,7 @@ TEST(KTVolumeInfoTest, AVolumeWithoutAUUIDIsNamedByItsMount) {
 
 TEST(KTVolumeInfoTest, FreeSizesAreThoseOfTheLastLook) {
     SEVRIN_WITH_VOLUMES_OF_ITS_OWN(([] {
-        const TestFolder folder;
+        const VolumeFolder folder;
         const auto volume = volumeOf(mountMemory(folder, "mount"));
         const std::int64_t before = volume->freeBytes();
         folder.write("mount/a", std::string(100'000, 'x'));
@@ -133,7 +133,7 @@ TEST(KTVolumeInfoTest, FreeSizesAreThoseOfTheLastLook) {
 
 TEST(KTVolumeInfoTest, AReadOnlyVolumeIsNotWritable) {
     SEVRIN_WITH_VOLUMES_OF_ITS_OWN(([] {
-        const TestFolder folder;
+        const VolumeFolder folder;
         const auto volume = volumeOf(mountMemory(folder, "mount", MS_RDONLY));
 
         EXPECT_FALSE(volume->isWritable());
@@ -144,7 +144,7 @@ TEST(KTVolumeInfoTest, AReadOnlyVolumeIsNotWritable) {
 
 TEST(KTVolumeInfoTest, AVolumeThatIsMountedTwiceIsOne) {
     SEVRIN_WITH_VOLUMES_OF_ITS_OWN(([] {
-        const TestFolder folder;
+        const VolumeFolder folder;
         const std::string place = mountMemory(folder, "mount");
         folder.makeFolder("mount/inner");
         const std::string again = folder.makeFolder("again");
@@ -161,7 +161,7 @@ TEST(KTVolumeInfoTest, AVolumeThatIsMountedTwiceIsOne) {
 
 TEST(KTVolumeInfoTest, AVolumeOfADiskTellsItsIdentityAndJournal) {
     SEVRIN_WITH_VOLUMES_OF_ITS_OWN(([] {
-        const TestFolder folder;
+        const VolumeFolder folder;
         const std::string place = mountImage(
             folder, "mkfs.ext4 -q -L Data -U 01234567-89ab-cdef-0123-456789abcdef", "8M");
         if (place.empty()) GTEST_SKIP() << "this machine cannot make and mount an ext4 image";
@@ -187,7 +187,7 @@ TEST(KTVolumeInfoTest, AVolumeOfADiskTellsItsIdentityAndJournal) {
 
 TEST(KTVolumeInfoTest, AVolumeWithoutLargeFilesHasFourGibibytes) {
     SEVRIN_WITH_VOLUMES_OF_ITS_OWN(([] {
-        const TestFolder folder;
+        const VolumeFolder folder;
         const std::string place = mountImage(folder, "mkfs.vfat", "8M");
         if (place.empty()) GTEST_SKIP() << "this machine cannot make and mount a vfat image";
         const auto volume = volumeOf(place);
@@ -218,7 +218,7 @@ TEST(KTVolumeInfoTest, AVolumeThatTellsNothingOfLargeFilesHasFourGibibytes) {
 
 TEST(KTVolumeInfoTest, TheListHasEveryVolumeAndItsBrowsablePartOnlyThose) {
     SEVRIN_WITH_VOLUMES_OF_ITS_OWN(([] {
-        const TestFolder folder;
+        const VolumeFolder folder;
         const auto mounted = volumeOf(mountMemory(folder, "mount"));
         const auto has = [](const std::vector<KTVolumeInfoPtr>& volumes, const KTVolumeInfo& one) {
             return std::any_of(volumes.begin(), volumes.end(), [&](const KTVolumeInfoPtr& volume) {
@@ -343,7 +343,7 @@ TEST(KTVolumeInfoTest, ThereIsNoDataVolumeWithoutAFirmlink) {
 
 TEST(KTVolumeInfoTest, UnmountingEndsTheMount) {
     SEVRIN_WITH_VOLUMES_OF_ITS_OWN(([] {
-        const TestFolder folder;
+        const VolumeFolder folder;
         const std::string place = mountMemory(folder, "mount");
         const auto volume = volumeOf(place);
 
@@ -355,7 +355,7 @@ TEST(KTVolumeInfoTest, UnmountingEndsTheMount) {
 
 TEST(KTVolumeInfoTest, AVolumeInUseIsUnmountedByForceOnly) {
     SEVRIN_WITH_VOLUMES_OF_ITS_OWN(([] {
-        const TestFolder folder;
+        const VolumeFolder folder;
         const std::string place = mountMemory(folder, "mount");
         const auto volume = volumeOf(place);
         const std::ofstream user(folder / "mount/open");
@@ -378,7 +378,7 @@ TEST(KTVolumeInfoTest, WhatCannotBeReloadedIsLoggedAndStays) {
     const auto logger = std::make_shared<TestLogger>();
     const ScopedDefaultLogger installed(logger);
     SEVRIN_WITH_VOLUMES_OF_ITS_OWN(([&] {
-        const TestFolder folder;
+        const VolumeFolder folder;
         const auto volume = volumeOf(mountMemory(folder, "mount"));
         volume->unmount();
         ASSERT_EQ(::rmdir(volume->cPath()), 0);
@@ -413,7 +413,7 @@ TEST(KTVolumeInfoTest, WhatCannotBeReloadedIsLoggedAndStays) {
 
 TEST(KTVolumeInfoTest, TheRootDirectoryKnowsItsVolumeAndSoDoesWhatIsBelow) {
     SEVRIN_WITH_VOLUMES_OF_ITS_OWN(([] {
-        const TestFolder folder;
+        const VolumeFolder folder;
         const std::string place = mountMemory(folder, "mount");
         folder.makeFolder("mount/a");
         folder.makeFolder("mount/a/b");
@@ -447,7 +447,7 @@ TEST(KTVolumeInfoTest, AVolumeEndsWithItsLastUserWhateverItsDirectoriesKnow) {
 
 TEST(KTVolumeInfoTest, TheDirectoryOfAMountPointHasTheNamesOfItsVolume) {
     SEVRIN_WITH_VOLUMES_OF_ITS_OWN(([] {
-        const TestFolder folder;
+        const VolumeFolder folder;
         mountMemory(folder, "mount");
         const auto outer = KTDirectory::directoryWithPath(folder.path());
         const auto mount = outer->firstDirectory();

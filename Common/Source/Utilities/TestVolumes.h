@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <thread>
@@ -40,8 +41,18 @@ inline std::string withVolumesOfItsOwn(const std::function<void()>& body) {
         if (!obstacle.empty()) GTEST_SKIP() << obstacle;                 \
     } while (false)
 
+// A folder in which volumes are mounted: without them it could not go.
+class VolumeFolder : public platform::TestFolder {
+public:
+    VolumeFolder() = default;
+    ~VolumeFolder() {
+        for (const auto& entry : std::filesystem::directory_iterator(path()))
+            ::umount2(entry.path().c_str(), MNT_DETACH | UMOUNT_NOFOLLOW);
+    }
+};
+
 // Mounts an empty volume of 1 MiB in memory at a new folder; its path.
-inline std::string mountMemory(const platform::TestFolder& folder, std::string_view name,
+inline std::string mountMemory(const VolumeFolder& folder, std::string_view name,
                                unsigned long flags = 0) {
     const std::string place = folder.makeFolder(name);
     EXPECT_EQ(::mount("scratch", place.c_str(), "tmpfs", flags, "size=1m"), 0)
@@ -51,7 +62,7 @@ inline std::string mountMemory(const platform::TestFolder& folder, std::string_v
 
 // Makes an image with `make` (a mkfs command; the path is appended) and mounts it at the new folder
 // "mount". Empty when the machine has not what this takes.
-inline std::string mountImage(const platform::TestFolder& folder, const std::string& make,
+inline std::string mountImage(const VolumeFolder& folder, const std::string& make,
                               const std::string& size) {
     const auto runs = [](const std::string& command) {
         return std::system((command + " > /dev/null 2>&1").c_str()) == 0;
