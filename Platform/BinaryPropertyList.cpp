@@ -19,8 +19,8 @@ constexpr std::size_t kHeaderBytes = 8;
 constexpr std::size_t kTrailerBytes = 32;
 constexpr std::size_t kUnusedBytes = 6;  // Five of nothing and the sort version, all zero.
 
-// What a marker byte means. The size is that of the low half, or the width of a number; a unit of 0
-// is that of a reference.
+// What a marker byte means. The size is that of the low half, or the width of a number; the unit
+// may be that of a reference, which the trailer tells.
 struct Form {
     BinaryPropertyList::Kind kind = BinaryPropertyList::Kind::Boolean;
     std::uint8_t unit = 1;
@@ -28,11 +28,12 @@ struct Form {
     bool isKnown = false;
     bool isLong = false;    // the size follows
     bool isSimple = false;  // any bytes are right
+    bool isSmall = false;   // any bytes, or any ASCII characters, of the size above are right
 };
 
 constexpr unsigned kInteger = 0x1;
 constexpr unsigned kLengthFollows = 0xF;
-constexpr std::uint8_t kReferenceUnit = 0;
+constexpr std::uint8_t kReferenceUnit = 0xFF;
 
 // Of a kind whose low half says how large it is: sixteen markers.
 constexpr void setSized(std::array<Form, 256>& forms, unsigned marker, Form form) {
@@ -68,6 +69,10 @@ constexpr std::array<Form, 256> formsOfMarkers() {
                              true,      false, low < 4};
     setSized(forms, 0xA0, {Kind::Array, kReferenceUnit});
     setSized(forms, 0xD0, {Kind::Dictionary, kReferenceUnit});
+    for (Form& form : forms) {
+        const bool isAscii = form.kind == Kind::String && form.unit == 1;
+        form.isSmall = !form.isLong && (form.isSimple || isAscii);
+    }
     return forms;
 }
 
@@ -76,20 +81,6 @@ constexpr std::array<Form, 256> kForms = formsOfMarkers();
 // Whether numbers up to `largest` fit `width` bytes.
 bool fits(std::uint64_t largest, std::size_t width) {
     return width >= sizeof largest || largest >> (8 * width) == 0;
-}
-
-bool isAscii(std::string_view text) {
-    constexpr std::uint64_t kHighBits = 0x8080'8080'8080'8080;
-    std::size_t place = 0;
-    for (; place + 8 <= text.size(); place += 8) {
-        std::uint64_t word = 0;
-        std::memcpy(&word, text.data() + place, sizeof word);
-        if ((word & kHighBits) != 0) return false;
-    }
-    for (; place < text.size(); ++place) {
-        if ((static_cast<unsigned char>(text[place]) & 0x80) != 0) return false;
-    }
-    return true;
 }
 
 }  // namespace
@@ -154,37 +145,56 @@ void BinaryPropertyList::readTrailer() {
 // No two objects may lie in the same bytes: only then is everything that follows bounded by the
 // size of the list.
 void BinaryPropertyList::readNodes() {
-    nodes_.reserve(objectCount_);
+    if (objectCount_ > nearNodes_.size()) {
+        farNodes_.resize(objectCount_);
+        nodes_ = farNodes_;
+    } else {
+        nodes_ = std::span(nearNodes_).first(objectCount_);
+    }
     std::size_t used = 0;
-    for (std::size_t i = 0; i < objectCount_; ++i) {
-        const std::size_t entry = objectsEnd_ + i * offsetBytes_;
+    std::size_t entry = objectsEnd_;
+    for (Node& node : nodes_) {
         const std::uint64_t offset = number(entry, offsetBytes_);
         if (offset < kHeaderBytes || offset >= objectsEnd_) {
             throw PropertyListError("an offset leads outside the objects", entry);
         }
-        const Node node = readNode(offset);
+        readNode(node, offset);
         used += node.start + contentBytes(node) - offset;
         if (used > objectsEnd_ - kHeaderBytes) {
             throw PropertyListError("objects lie over each other", entry);
         }
-        nodes_.push_back(node);
+        entry += offsetBytes_;
     }
 }
 
-BinaryPropertyList::Node BinaryPropertyList::readNode(std::size_t offset) const {
+// Most objects are small and need little more than a look at the table.
+inline void BinaryPropertyList::readNode(Node& node, std::size_t offset) {
+    const Form& form = kForms[static_cast<unsigned char>(bytes_[offset])];
+    const std::size_t start = offset + 1;
+    const bool isRight = form.isSmall && form.size <= objectsEnd_ - start &&
+                         (form.isSimple || isAscii(start, form.size));
+    if (!isRight) return readLargeNode(node, offset);
+    node.start = static_cast<std::uint32_t>(start);
+    node.size = form.size;
+    node.kind = form.kind;
+    node.unit = form.unit;
+}
+
+// Any object, and what is wrong with one.
+void BinaryPropertyList::readLargeNode(Node& node, std::size_t offset) {
     const Form& form = kForms[static_cast<unsigned char>(bytes_[offset])];
     if (!form.isKnown) throw PropertyListError("an object of no known kind", offset);
 
-    const auto start = static_cast<std::uint32_t>(offset + 1);
-    if (form.kind == Kind::Boolean) return {start, form.size, form.kind, 0};
-    const std::uint8_t unit = form.unit == kReferenceUnit ? refBytes_ : form.unit;
-    Node node{start, form.size, form.kind, unit};
+    node.start = static_cast<std::uint32_t>(offset + 1);
+    node.size = form.size;
+    node.kind = form.kind;
+    node.unit = form.unit == kReferenceUnit ? refBytes_ : form.unit;
+    if (form.kind == Kind::Array || form.kind == Kind::Dictionary) ++containerCount_;
     if (form.isLong) readLongSize(node, offset);
     if (contentBytes(node) > objectsEnd_ - node.start) {
         throw PropertyListError("an object is longer than the list", offset);
     }
     if (!form.isSimple) checkContent(node);
-    return node;
 }
 
 // The size stands behind the marker, as an integer object.
@@ -228,9 +238,7 @@ void BinaryPropertyList::checkContent(const Node& node) const {
             }
             return;
         case Kind::String:
-        case Kind::Array:
-        case Kind::Dictionary:
-            checkUnits(node);
+            checkText(node);
             return;
         default:
             return;
@@ -238,20 +246,38 @@ void BinaryPropertyList::checkContent(const Node& node) const {
     throw PropertyListError("a UID above 4294967295", node.start);
 }
 
-void BinaryPropertyList::checkUnits(const Node& node) const {
-    if (node.kind == Kind::String) {
-        const std::string_view text = bytes_.substr(node.start, std::size_t{node.size} * node.unit);
-        if (node.unit == 1 && !isAscii(text)) {
-            throw PropertyListError("a character outside ASCII in ASCII text", node.start);
-        }
-        if (node.unit == 2 && !isValidUtf16BigEndian(text)) {
-            throw PropertyListError("text with half a surrogate pair", node.start);
-        }
-        return;
+void BinaryPropertyList::checkText(const Node& node) const {
+    if (node.unit == 1) {
+        if (isAscii(node.start, node.size)) return;
+        throw PropertyListError("a character outside ASCII in ASCII text", node.start);
     }
-    const std::size_t count = refCount(node);
-    for (std::size_t place = 0; place < count; ++place) {
-        const std::size_t at = node.start + place * refBytes_;
+    if (!isValidUtf16BigEndian(bytes_.substr(node.start, std::size_t{node.size} * 2))) {
+        throw PropertyListError("text with half a surrogate pair", node.start);
+    }
+}
+
+// Takes eight bytes at a time, beyond the end of the text too: the trailer lies behind all objects.
+bool BinaryPropertyList::isAscii(std::size_t start, std::size_t size) const {
+    constexpr std::uint64_t kHighBits = 0x8080'8080'8080'8080;
+    const char* from = bytes_.data() + start;
+    std::uint64_t seen = 0;
+    std::uint64_t word = 0;
+    for (; size >= sizeof word; size -= sizeof word, from += sizeof word) {
+        std::memcpy(&word, from, sizeof word);
+        seen |= word;
+    }
+    if (size > 0) {
+        std::memcpy(&word, from, sizeof word);
+        const std::size_t others = 8 * (sizeof word - size);
+        seen |= std::endian::native == std::endian::little ? word << others : word >> others;
+    }
+    return (seen & kHighBits) == 0;
+}
+
+void BinaryPropertyList::checkReferences(const Node& container) const {
+    const std::size_t count = refCount(container);
+    std::size_t at = container.start;
+    for (std::size_t place = 0; place < count; ++place, at += refBytes_) {
         if (number(at, refBytes_) >= objectCount_) {
             throw PropertyListError("a reference to no object", at);
         }
@@ -285,18 +311,13 @@ std::string BinaryPropertyList::string(Index object) const {
     return utf8FromUtf16BigEndian(bytes_.substr(node.start, std::size_t{node.size} * 2));
 }
 
-std::optional<std::string_view> BinaryPropertyList::asciiString(Index string) const {
-    if (nodes_[string].unit != 1) return std::nullopt;
-    return data(string);
-}
-
-std::optional<BinaryPropertyList::Index> BinaryPropertyList::find(Index dictionary,
-                                                                  std::string_view key) const {
+// The number of keys when it is none of them.
+std::size_t BinaryPropertyList::placeOfKey(Index dictionary, std::string_view key) const {
     const std::size_t entries = size(dictionary);
-    for (std::size_t place = 0; place < entries; ++place) {
-        if (stringEquals(this->key(dictionary, place), key)) return value(dictionary, place);
-    }
-    return std::nullopt;
+    std::size_t place = 0;
+    while (place < entries && !stringEquals(ref(dictionary, place), key))
+        ++place;
+    return place;
 }
 
 }  // namespace sevrin::platform

@@ -7,9 +7,11 @@
 // U+0000 included. On any thread; a reader is immutable.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -69,6 +71,8 @@ public:
 
     // Checks everything. Throws PropertyListError.
     explicit BinaryPropertyList(std::string_view bytes);
+    BinaryPropertyList(const BinaryPropertyList&) = delete;
+    BinaryPropertyList& operator=(const BinaryPropertyList&) = delete;
 
     // The outermost object.
     [[nodiscard]] Index top() const { return top_; }
@@ -105,15 +109,24 @@ public:
     }
 
     // The value under `key`, or nothing. Looks at one key after the other.
-    [[nodiscard]] std::optional<Index> find(Index dictionary, std::string_view key) const;
+    [[nodiscard]] std::optional<Index> find(Index dictionary, std::string_view key) const {
+        const std::size_t place = placeOfKey(dictionary, key);
+        if (place == size(dictionary)) return std::nullopt;
+        return value(dictionary, place);
+    }
 
     // Whether a string reads `text`.
     [[nodiscard]] bool stringEquals(Index object, std::string_view text) const {
-        return nodes_[object].unit == 1 ? data(object) == text : string(object) == text;
+        const Node& node = nodes_[object];
+        if (node.unit != 1) return string(object) == text;
+        return node.size == text.size() && data(object) == text;
     }
 
     // Characters of one byte, ASCII only, so that they can be borrowed; else nothing.
-    [[nodiscard]] std::optional<std::string_view> asciiString(Index string) const;
+    [[nodiscard]] std::optional<std::string_view> asciiString(Index string) const {
+        if (nodes_[string].unit != 1) return std::nullopt;
+        return data(string);
+    }
 
     // Where the content of an object begins, for messages.
     [[nodiscard]] std::size_t offset(Index object) const { return nodes_[object].start; }
@@ -131,26 +144,35 @@ private:
         std::uint8_t unit;  // bytes of each character or reference
     };
 
+    // A list of up to so many objects takes no memory besides the reader's own.
+    static constexpr std::size_t kNodesNearby = 256;
+
     void readTrailer();
     void readNodes();
-    Node readNode(std::size_t offset) const;
+    void readNode(Node& node, std::size_t offset);
+    void readLargeNode(Node& node, std::size_t offset);
     void readLongSize(Node& node, std::size_t offset) const;
     [[nodiscard]] std::size_t contentBytes(const Node& node) const {
         return refCount(node) * node.unit;
     }
     void checkContent(const Node& node) const;
-    void checkUnits(const Node& node) const;
+    void checkText(const Node& node) const;
+    [[nodiscard]] bool isAscii(std::size_t start, std::size_t size) const;
+    void checkReferences(const Node& container) const;
     void checkGraph() const;
     void checkKeys(Index dictionary) const;
-    bool keysEqual(Index left, Index right) const;
-    bool anyKeyTwice(Index dictionary) const;
+    [[nodiscard]] std::size_t placeOfKey(Index dictionary, std::string_view key) const;
+    [[nodiscard]] bool keysEqual(Index left, Index right) const;
+    [[nodiscard]] bool keysAscend(Index dictionary) const;
+    [[nodiscard]] bool anyKeyTwice(Index dictionary) const;
 
     // A number of up to 8 bytes, the most significant first; they lie within.
     [[nodiscard]] std::uint64_t number(std::size_t offset, std::size_t width) const {
         const char* const from = bytes_.data() + offset;
-        if (width == 1) return static_cast<unsigned char>(*from);
-        std::uint64_t result = 0;
-        for (std::size_t i = 0; i < width; ++i)
+        std::uint64_t result = static_cast<unsigned char>(*from);
+        if (width == 1) return result;
+        result = result << 8 | static_cast<unsigned char>(from[1]);
+        for (std::size_t i = 2; i < width; ++i)
             result = result << 8 | static_cast<unsigned char>(from[i]);
         return result;
     }
@@ -164,9 +186,12 @@ private:
     }
 
     std::string_view bytes_;
-    std::vector<Node> nodes_;
+    std::span<Node> nodes_;  // in one of the two below
+    std::array<Node, kNodesNearby> nearNodes_;
+    std::vector<Node> farNodes_;
     std::size_t objectsEnd_ = 0;  // where the table of offsets begins
     std::size_t objectCount_ = 0;
+    std::size_t containerCount_ = 0;
     std::uint8_t offsetBytes_ = 0;
     std::uint8_t refBytes_ = 0;
     Index top_ = 0;

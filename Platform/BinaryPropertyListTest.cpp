@@ -30,6 +30,16 @@ Value valueOf(const std::vector<std::string>& objects) {
     return propertyListFromData(listOf(objects));
 }
 
+std::string digitsOf(std::string_view bytes) {
+    constexpr std::string_view kDigits = "0123456789ABCDEF";
+    std::string digits;
+    for (const char byte : bytes) {
+        digits += kDigits[static_cast<unsigned char>(byte) >> 4];
+        digits += kDigits[static_cast<unsigned char>(byte) & 0xF];
+    }
+    return digits;
+}
+
 TEST(BinaryPropertyListTest, IntegersOfUpToFourBytesAreUnsignedLongerOnesSigned) {
     EXPECT_EQ(valueOf({"10 FF"}), Value(255));
     EXPECT_EQ(valueOf({"11 FFFF"}), Value(65'535));
@@ -207,6 +217,7 @@ std::vector<Refusal> refusals() {
         {"HighSurrogateLast", listOf({"61 D83D"}), "surrogate"},
         {"LowSurrogateAlone", listOf({"61 DE00"}), "surrogate"},
         {"ReferenceToNothing", listOf({"A1 01"}), "reference to no object"},
+        {"ReferenceToNothingWhereNothingLeads", listOf({"09", "A1 07"}), "reference to no object"},
         {"ArrayInItself", listOf({"A1 00"}), "holds itself"},
         {"TwoArraysInEachOther", listOf({"A1 01", "A1 00"}), "holds itself"},
         {"DictionaryInItself", listOf({"D1 01 00", "51 6B"}), "holds itself"},
@@ -250,6 +261,48 @@ TEST(BinaryPropertyListTest, AmongManyKeysOneThatStandsTwiceIsFound) {
     objects[0] = "DF 10 14" + keys + values;
 
     EXPECT_THAT(refusalOf(listOf(objects)), HasSubstr("stands twice"));
+}
+
+TEST(BinaryPropertyListTest, OfManyKeysInOrderEachOneIsDifferentInEitherForm) {
+    std::vector<std::string> objects = {"DC 010203040506070809 0A0B0C 0D0D0D0D0D0D0D0D0D0D0D0D"};
+    for (const std::string_view digit : {"1", "2", "3", "4", "5", "6", "7", "8", "9", "A", "B"})
+        objects.push_back("51 6" + std::string(digit));
+    objects.emplace_back("51 6C");
+    objects.emplace_back("09");
+    EXPECT_EQ(valueOf(objects).ifDictionary()->size(), 12U);
+
+    objects[12] = "61 006B";
+    EXPECT_THAT(refusalOf(listOf(objects)), HasSubstr("stands twice"));
+}
+
+TEST(BinaryPropertyListTest, EveryPlaceOfATextIsCheckedAndNoneBehindIt) {
+    for (std::size_t size = 1; size < 30; ++size) {
+        const std::string length = digitsOf(bigEndian(size).substr(7));
+        const std::string head = size < 15 ? "5" + length.substr(1) : "5F 10" + length;
+        const auto listWith = [&](const std::string& text) {
+            return listOf({head + digitsOf(text), "48 FFFFFFFFFFFFFFFF"});
+        };
+        const std::string right(size, 'a');
+        EXPECT_EQ(propertyListFromData(listWith(right)), Value(right));
+        for (std::size_t place = 0; place < size; ++place) {
+            std::string wrong = right;
+            wrong[place] = '\x80';
+            EXPECT_THAT(refusalOf(listWith(wrong)), HasSubstr("outside ASCII")) << size << place;
+        }
+    }
+}
+
+TEST(BinaryPropertyListTest, AListMayHaveMoreObjectsThanAReaderHasRoomFor) {
+    constexpr std::size_t kCount = 1'000;
+    std::vector<std::string> objects = {"AF 11 03E8"};
+    ValueArray expected;
+    for (std::size_t i = 1; i <= kCount; ++i) {
+        const std::string digits = digitsOf(bigEndian(i).substr(6));
+        objects[0] += digits;
+        objects.push_back("11" + digits);
+        expected.emplace_back(i);
+    }
+    EXPECT_EQ(propertyListFromData(listOf(objects, {.refBytes = 2})), Value(expected));
 }
 
 // Arrays within arrays, `levels` of them, without anything in the innermost.

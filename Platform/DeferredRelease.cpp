@@ -8,13 +8,15 @@ namespace sevrin::platform {
 
 namespace {
 
+struct Contents {
+    Dictionary dictionary;
+    Value value;
+};
+
 // What awaits its end; on the stack of whoever sees to it.
-thread_local std::vector<Dictionary>* pending = nullptr;
+thread_local std::vector<Contents>* pending = nullptr;
 
-}  // namespace
-
-void releaseWithoutRecursion(Dictionary contents) noexcept {
-    if (contents.empty()) return;
+void release(Contents contents) noexcept {
     if (pending != nullptr) {
         try {
             pending->push_back(std::move(contents));
@@ -23,14 +25,24 @@ void releaseWithoutRecursion(Dictionary contents) noexcept {
         }
         return;
     }
-    std::vector<Dictionary> waiting;
+    std::vector<Contents> waiting;
     pending = &waiting;
-    contents = Dictionary();
+    contents = Contents();
     while (!waiting.empty()) {
-        const Dictionary next = std::move(waiting.back());
+        const Contents next = std::move(waiting.back());
         waiting.pop_back();
     }
     pending = nullptr;
+}
+
+}  // namespace
+
+void releaseWithoutRecursion(Dictionary contents) noexcept {
+    if (!contents.empty()) release({std::move(contents), Value()});
+}
+
+void releaseWithoutRecursion(Value contents) noexcept {
+    if (!contents.isNull()) release({Dictionary(), std::move(contents)});
 }
 
 }  // namespace sevrin::platform

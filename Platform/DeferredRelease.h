@@ -12,5 +12,6 @@ namespace sevrin::platform {
 // Lets go of what an object that is ending held. Within another such call on this thread, that is
 // done before the outermost of them returns instead.
 void releaseWithoutRecursion(Dictionary contents) noexcept;
+void releaseWithoutRecursion(Value contents) noexcept;
 
 }  // namespace sevrin::platform

@@ -34,6 +34,7 @@ ExceptionObject::ExceptionObject(std::string name, std::optional<std::string> re
 ExceptionObject::~ExceptionObject() {
     forgetDescription();
     if (userInfo_) releaseWithoutRecursion(std::move(*userInfo_));
+    releaseWithoutRecursion(std::move(decodedInfo_));
 }
 
 Class& ExceptionObject::classObject() {
@@ -44,6 +45,7 @@ Class& ExceptionObject::classObject() {
 
 const Dictionary& ExceptionObject::userInfo() const {
     static const Dictionary& theEmpty = *new Dictionary;
+    if (const Dictionary* const decoded = decodedInfo_.ifDictionary()) return *decoded;
     return userInfo_ ? *userInfo_ : theEmpty;
 }
 
@@ -55,12 +57,16 @@ void ExceptionObject::setUserInfoValueForKey(Value value, Value key) {
     forgetDescription();
     if (value.object().get() == this)
         value = std::make_shared<ExceptionReference>(shared_from_this());
+    if (const Dictionary* const decoded = decodedInfo_.ifDictionary()) {
+        userInfo_ = *decoded;
+        decodedInfo_ = Value();
+    }
     ensureUserInfo();
     userInfo_->set(std::move(key), std::move(value));
 }
 
 void ExceptionObject::ensureUserInfo() {
-    if (!userInfo_) userInfo_.emplace();
+    if (!hasUserInfo()) userInfo_.emplace();
 }
 
 void ExceptionObject::setCallStackReturnAddresses(std::vector<std::uintptr_t> addresses) {
@@ -105,7 +111,7 @@ std::string ExceptionObject::description() const {
 }
 
 void ExceptionObject::encodeWithCoder(NSCoder& coder) const {
-    const Value info = userInfo_ ? Value(*userInfo_) : Value();
+    const Value info = hasUserInfo() ? Value(userInfo()) : Value();
     if (coder.allowsKeyedCoding()) {
         coder.encodeObjectForKey(name_, kNameKey);
         coder.encodeObjectForKey(valueOf(reason_), kReasonKey);
@@ -131,7 +137,7 @@ void ExceptionObject::readFromCoder(NSCoder& coder) {
     };
     const Value name = next(kNameKey);
     const Value reason = next(kReasonKey);
-    const Value info = next(kUserInfoKey);
+    Value info = next(kUserInfoKey);
     if (!name.isNull() && name.ifString() == nullptr) {
         coder.failDecoding("the name of an exception is no text");
     }
@@ -144,7 +150,8 @@ void ExceptionObject::readFromCoder(NSCoder& coder) {
     forgetDescription();
     name_ = name.isNull() ? std::string(NSGenericException) : *name.ifString();
     reason_ = reason.isNull() ? std::nullopt : std::optional(*reason.ifString());
-    userInfo_ = info.isNull() ? std::nullopt : std::optional(*info.ifDictionary());
+    userInfo_.reset();
+    decodedInfo_ = std::move(info);
 }
 
 ObjectPtr ExceptionObject::referenceTo(const ObjectPtr& exception) {

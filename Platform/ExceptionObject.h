@@ -45,7 +45,9 @@ public:
 
     // Empty when there is none. Valid until it is changed.
     [[nodiscard]] const Dictionary& userInfo() const;
-    [[nodiscard]] bool hasUserInfo() const { return userInfo_.has_value(); }
+    [[nodiscard]] bool hasUserInfo() const {
+        return userInfo_.has_value() || !decodedInfo_.isNull();
+    }
 
     // Stores `value` under `key` in the user info, replacing what was there. An exception may be
     // its own detail: it is then kept in a way that does not keep it alive for ever. Raises
@@ -109,6 +111,7 @@ private:
     std::string name_;
     std::optional<std::string> reason_;
     std::optional<Dictionary> userInfo_;
+    Value decodedInfo_;  // in place of that one as long as nobody changes it: shared with its coder
     std::vector<std::uintptr_t> returnAddresses_;
     mutable std::atomic<const std::string*> description_ = nullptr;
 };

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <new>
 
-#include "Platform/Assertion.h"
 #include "Platform/Format.h"
 #include "Platform/NSError.h"
 #include "Platform/NSException.h"
@@ -26,9 +25,6 @@ constexpr std::size_t kBytesShown = 8;
 // them costs no more than the archive.
 constexpr std::size_t kFailuresMax = 100;
 
-// Text and data up to this size are copied for every object that has them, longer ones shared.
-constexpr std::size_t kCopiedBytesMax = 15;
-
 [[noreturn]] void raiseIncomprehensible(std::string_view data, std::string_view reason) {
     std::string shown;
     for (const char byte : data.substr(0, kBytesShown)) {
@@ -38,6 +34,15 @@ constexpr std::size_t kCopiedBytesMax = 15;
     }
     NSException::raiseFormat(NSInvalidArgumentException, "%@ incomprehensible archive (%@): %@",
                              kInit, shown, reason);
+}
+
+[[noreturn]] void raiseInvalid(std::string_view what) {
+    NSException::raiseFormat(NSInvalidUnarchiveOperationException,
+                             "*** -[NSKeyedUnarchiver decodeObjectForKey:]: %@", what);
+}
+
+std::string inObject(std::uint32_t slot) {
+    return " in object " + std::to_string(slot);
 }
 
 }  // namespace
@@ -98,14 +103,24 @@ NSKeyedUnarchiver::NSKeyedUnarchiver(const BinaryPropertyList& list)
     : list_(list),
       objects_(*list.find(list.top(), "$objects")),
       entryOfSlot_(list.size(objects_)),
-      classOfNode_(list.count()),
+      numberOfNode_(list.count()),
       referencesLeft_(2 * list.byteCount() + 1'024),
       walkMax_(std::min<std::uint64_t>(
           std::max(kPropertyListWalkBytes, kPropertyListGrowthMax * list.byteCount()),
           std::numeric_limits<std::uint32_t>::max())) {
-    constexpr std::size_t kEntriesExpectedMax = 128;
+    constexpr std::size_t kEntriesExpected = 8;
     comparisonsLeft_ = walkMax_;
-    entries_.reserve(std::min(entryOfSlot_.size(), kEntriesExpectedMax));
+    entries_.reserve(kEntriesExpected);
+    open_.reserve(kEntriesExpected);
+    classes_.reserve(kEntriesExpected);
+    texts_.reserve(kEntriesExpected);
+}
+
+// One with a class that nothing referred to before. A reference that leads nowhere matters only to
+// whoever asks for it.
+inline bool NSKeyedUnarchiver::isObjectToRead(Index slot) const {
+    return slot != 0 && slot < entryOfSlot_.size() && entryOfSlot_[slot] == 0 &&
+           list_.kind(list_.element(objects_, slot)) == Kind::Dictionary;
 }
 
 Value NSKeyedUnarchiver::unarchive() {
@@ -116,7 +131,7 @@ Value NSKeyedUnarchiver::unarchive() {
         failAt("no reference to an object", NSKeyedArchiveRootObjectKey);
     }
     const Index slot = list_.uid(*root);
-    if (slot != 0 && slot < entryOfSlot_.size()) {
+    if (isObjectToRead(slot)) {
         open(slot, std::nullopt);
         while (!open_.empty())
             readFrame();
@@ -139,24 +154,25 @@ void NSKeyedUnarchiver::readFrame() {
     complete(entry);
 }
 
-// One that leads nowhere is passed over: it matters only to whoever asks for it.
 std::optional<NSKeyedUnarchiver::Index> NSKeyedUnarchiver::nextReference(
     Frame& frame, std::optional<Index>& key) const {
-    const auto isNew = [this](Index slot) {
-        return slot != 0 && slot < entryOfSlot_.size() && entryOfSlot_[slot] == 0;
-    };
     const Index node = entries_[frame.entry - 1].node;
-    for (; frame.field < list_.size(node); ++frame.field, frame.element = 0) {
+    const std::size_t fields = list_.size(node);
+    for (; frame.field < fields; ++frame.field, frame.element = 0) {
         const Index value = list_.value(node, frame.field);
         const Kind kind = list_.kind(value);
         key = list_.key(node, frame.field);
         if (kind == Kind::Array) {
-            while (frame.element < list_.size(value)) {
-                const Index element = list_.element(value, frame.element++);
+            const std::size_t elements = list_.size(value);
+            for (std::size_t place = frame.element; place < elements; ++place) {
+                const Index element = list_.element(value, place);
                 if (list_.kind(element) != Kind::UID) continue;
-                if (const Index slot = list_.uid(element); isNew(slot)) return slot;
+                const Index slot = list_.uid(element);
+                if (!isObjectToRead(slot)) continue;
+                frame.element = place + 1;
+                return slot;
             }
-        } else if (kind == Kind::UID && isNew(list_.uid(value)) &&
+        } else if (kind == Kind::UID && isObjectToRead(list_.uid(value)) &&
                    !list_.stringEquals(*key, "$class")) {
             ++frame.field;
             return list_.uid(value);
@@ -165,8 +181,8 @@ std::optional<NSKeyedUnarchiver::Index> NSKeyedUnarchiver::nextReference(
     return std::nullopt;
 }
 
-// Gives a number that something refers to its entry: complete for a scalar, to be read for an
-// object. `key` is the one under which it was met, none for the root.
+// Gives an object that something refers to its entry, to be read. `key` is the one under which it
+// was met, none for the root.
 void NSKeyedUnarchiver::open(Index slot, std::optional<Index> key) {
     const Index node = list_.element(objects_, slot);
     entries_.push_back({});
@@ -177,11 +193,6 @@ void NSKeyedUnarchiver::open(Index slot, std::optional<Index> key) {
     entry.node = node;
     try {
         current_ = number;
-        if (list_.kind(node) != Kind::Dictionary) {
-            entry.value = scalarValue(node);
-            entry.state = Entry::State::Done;
-            return;
-        }
         std::uint64_t references = list_.size(node);
         for (std::size_t place = 0; place < list_.size(node); ++place) {
             const Index value = list_.value(node, place);
@@ -189,6 +200,7 @@ void NSKeyedUnarchiver::open(Index slot, std::optional<Index> key) {
         }
         spend(referencesLeft_, references);
         entry.knownClass = knownClassOf(node, key);
+        entry.isWalked = classes_[entry.knownClass].foundation.has_value();
         open_.push_back({number, 0, 0});
     } catch (const std::bad_alloc&) {
         throw;
@@ -216,41 +228,6 @@ void NSKeyedUnarchiver::complete(std::uint32_t number) {
     }
 }
 
-// What stands for an object that is asked for. One that is still open encloses the one that asks.
-Value NSKeyedUnarchiver::valueOfSlot(Index slot, std::string_view key) {
-    if (slot == 0) return {};
-    if (slot >= entryOfSlot_.size()) {
-        failAt("a reference to object " + std::to_string(slot) + ", which there is not", key);
-    }
-    SEVRIN_ASSERT(entryOfSlot_[slot] != 0, "every reference was followed before it is asked for");
-    Entry& entry = entries_[entryOfSlot_[slot] - 1];
-    if (entry.state == Entry::State::Done) {
-        if (current_ != 0) addToWalk(entry);
-        return entry.value;
-    }
-    if (entry.state == Entry::State::Failed) std::rethrow_exception(failures_.at(slot));
-
-    const NSCodingClass* const coding = classes_[entry.knownClass].coding;
-    if (coding == nullptr || coding->twoSteps() == nullptr) {
-        failAt("an object that holds itself", key);
-    }
-    if (entry.value.isNull()) entry.value = coding->twoSteps()->allocate();
-    return coding->twoSteps()->backReference(entry.value.object());
-}
-
-// A walk through values goes into containers, comparing goes into objects too.
-void NSKeyedUnarchiver::addToWalk(const Entry& child) {
-    Entry& entry = entries_[current_ - 1];
-    const auto add = [this](std::uint32_t& sum, std::uint32_t more) {
-        sum = static_cast<std::uint32_t>(
-            std::min<std::uint64_t>(walkMax_, std::uint64_t{sum} + more));
-    };
-    add(entry.comparison, child.comparison);
-    if (entry.knownClass != kNoClass && classes_[entry.knownClass].foundation)
-        add(entry.walk, child.walk);
-    entry.levels = std::max(entry.levels, child.levels);
-}
-
 void NSKeyedUnarchiver::spend(std::uint64_t& budget, std::uint64_t amount) {
     if (amount > budget) failAt("shared contents would grow beyond any use", {});
     budget -= amount;
@@ -266,7 +243,10 @@ std::uint32_t NSKeyedUnarchiver::knownClassOf(Index node, std::optional<Index> k
         failAt("missing class information for object", "$class");
     }
     const Index classNode = list_.element(objects_, slot);
-    std::uint32_t& number = classOfNode_[classNode];
+    if (list_.kind(classNode) != Kind::Dictionary) {
+        failAt("missing class information for object", "$class");
+    }
+    std::uint32_t& number = numberOfNode_[classNode];
     if (number == 0) {
         classes_.push_back(readClass(classNode));
         number = static_cast<std::uint32_t>(classes_.size());
@@ -277,64 +257,34 @@ std::uint32_t NSKeyedUnarchiver::knownClassOf(Index node, std::optional<Index> k
             NSInvalidUnarchiveOperationException,
             "*** -[NSKeyedUnarchiver decodeObjectForKey:]: cannot decode object of class (%@) for "
             "key (%@); the class may be defined in source code or a library that is not linked",
-            known.name, key ? list_.string(*key) : std::string(NSKeyedArchiveRootObjectKey));
+            list_.string(known.name),
+            key ? list_.string(*key) : std::string(NSKeyedArchiveRootObjectKey));
     }
     return number - 1;
 }
 
 // By its own name, else by the first name known of those that the archive gives as substitutes.
 NSKeyedUnarchiver::KnownClass NSKeyedUnarchiver::readClass(Index node) {
-    std::optional<Index> name;
-    if (list_.kind(node) == Kind::Dictionary) name = list_.find(node, "$classname");
+    const std::optional<Index> name = list_.find(node, "$classname");
     if (!name || list_.kind(*name) != Kind::String) {
         failAt("missing class information for object", "$class");
     }
-    KnownClass result{node, std::nullopt, nullptr, list_.string(*name)};
-    const auto look = [&result](std::string_view candidate) {
-        result.foundation = foundationClassNamed(candidate);
-        if (!result.foundation) result.coding = NSCodingClass::named(candidate);
+    KnownClass result{*name, std::nullopt, nullptr};
+    const auto look = [this, &result](Index candidate) {
+        const std::string text = list_.string(candidate);
+        result.foundation = foundationClassNamed(text);
+        if (!result.foundation) result.coding = NSCodingClass::named(text);
         return result.foundation || result.coding != nullptr;
     };
-    if (look(result.name)) return result;
+    if (look(*name)) return result;
     const std::optional<Index> hints = list_.find(node, "$classhints");
     if (!hints || list_.kind(*hints) != Kind::Array) return result;
     spend(referencesLeft_, list_.size(*hints));
     for (std::size_t place = 0; place < list_.size(*hints); ++place) {
         const Index hint = list_.element(*hints, place);
-        if (list_.kind(hint) == Kind::String && look(list_.string(hint))) break;
+        if (list_.kind(hint) == Kind::String && look(hint)) break;
     }
     return result;
-}
-
-// A string, number or the like that is an object by itself.
-Value NSKeyedUnarchiver::scalarValue(Index node) {
-    switch (list_.kind(node)) {
-        case Kind::Boolean:
-            return list_.boolean(node);
-        case Kind::Integer:
-            return list_.integer(node);
-        case Kind::Real:
-            return list_.real(node);
-        case Kind::Date:
-            return NSDate::dateWithTimeIntervalSinceReferenceDate(list_.date(node));
-        case Kind::String:
-        case Kind::Data:
-            break;
-        default:
-            failAt("neither an object nor a value", {});
-    }
-    const std::size_t size = list_.size(node);
-    Entry& entry = entries_[current_ - 1];
-    entry.walk = entry.comparison = static_cast<std::uint32_t>(std::min(size + 1, walkMax_));
-    if (size > kCopiedBytesMax) {
-        slotOfText_.resize(list_.count());
-        if (slotOfText_[node] != 0) {
-            return entries_[entryOfSlot_[slotOfText_[node] - 1] - 1].value;
-        }
-        slotOfText_[node] = entry.slot + 1;
-    }
-    if (list_.kind(node) == Kind::String) return Value::sharedString(list_.string(node));
-    return Data{std::string(list_.data(node))};
 }
 
 // "... at key (k) of object 4 of class (X)".
@@ -345,13 +295,16 @@ void NSKeyedUnarchiver::failAt(std::string_view what, std::string_view key) cons
         text += " in $top";
     } else {
         const Entry& entry = entries_[current_ - 1];
-        text += " in object " + std::to_string(entry.slot);
+        text += inObject(entry.slot);
         if (entry.knownClass != kNoClass) {
-            text += " of class (" + classes_[entry.knownClass].name + ")";
+            text += " of class (" + list_.string(classes_[entry.knownClass].name) + ")";
         }
     }
-    NSException::raiseFormat(NSInvalidUnarchiveOperationException,
-                             "*** -[NSKeyedUnarchiver decodeObjectForKey:]: %@", text);
+    raiseInvalid(text);
+}
+
+void NSKeyedUnarchiver::failIn(Index slot, std::string_view what) {
+    raiseInvalid(std::string(what) + inObject(slot));
 }
 
 }  // namespace sevrin::platform

@@ -57,17 +57,25 @@ private:
     using Index = BinaryPropertyList::Index;
     using Kind = BinaryPropertyList::Kind;
 
-    // What a class of the archive is here; neither when it is unknown.
+    // What a class of the archive is here; neither when it is unknown. `name` is that of the
+    // archive.
     struct KnownClass {
-        Index node;
+        Index name;
         std::optional<FoundationClass> foundation;
         const NSCodingClass* coding;
-        std::string name;
     };
 
     static constexpr std::uint32_t kNoClass = std::numeric_limits<std::uint32_t>::max();
 
-    // An object that something refers to. Entries count from 1; 0 is none.
+    // What a walk through a value visits, and its levels of containers, itself included.
+    struct Extent {
+        std::uint32_t walk = 1;        // not into objects
+        std::uint32_t comparison = 1;  // into objects too
+        std::uint16_t levels = 0;
+    };
+
+    // An object with a class that something refers to. Entries count from 1; 0 is none. Text,
+    // numbers and the like have none: they are made whenever they are asked for.
     struct Entry {
         enum class State : std::uint8_t { Open, Done, Failed };
 
@@ -76,9 +84,8 @@ private:
         Index node = 0;
         std::uint32_t knownClass = kNoClass;
         State state = State::Open;
-        std::uint16_t levels = 0;      // of containers, this one included
-        std::uint32_t walk = 1;        // what a walk visits, not into objects
-        std::uint32_t comparison = 1;  // the same into objects too
+        bool isWalked = false;  // a walk goes into it
+        Extent extent;
     };
 
     // An object whose references are being followed.
@@ -111,25 +118,30 @@ private:
     Index arrayUnder(std::string_view key) const;
     Value member(Index array, std::size_t place, std::string_view key);
     ValueArray valuesOf(std::string_view key);
-    void addToWalk(const Entry& child);
+    void addToWalk(const Extent& child);
     void spend(std::uint64_t& budget, std::uint64_t amount);
 
     Value valueOfSlot(Index slot, std::string_view key);
+    Value valueOfEntry(Entry& entry, std::string_view key);
+    [[nodiscard]] bool isObjectToRead(Index slot) const;
     std::optional<Index> find(std::string_view key) const;
     std::optional<Index> findOfKind(Kind kind, std::string_view key) const;
-    Value scalarValue(Index node);
+    Value scalarValue(Index slot, Index node);
+    Value textValue(Index node);
+    [[nodiscard]] Extent textExtent(Index node) const;
     [[noreturn]] void failWrongKind(std::string_view key) const;
     [[noreturn]] void failAt(std::string_view what, std::string_view key) const;
+    [[noreturn]] static void failIn(Index slot, std::string_view what);
 
     const BinaryPropertyList& list_;
     Index objects_ = 0;                       // the array of all objects
     std::vector<std::uint32_t> entryOfSlot_;  // 0 for none
-    std::vector<std::uint32_t> slotOfText_;   // of long text and data by node, plus one
     std::vector<Entry> entries_;
     std::vector<Frame> open_;
     std::vector<KnownClass> classes_;
-    std::vector<std::uint32_t> classOfNode_;        // plus one; 0 for none
-    std::map<Index, Value> inlineValues_;           // property lists within objects, by node
+    std::vector<Value> texts_;                 // long text and data, shared by all that have it
+    std::vector<std::uint32_t> numberOfNode_;  // in the two above, plus one; 0 for none
+    std::map<Index, Value> inlineValues_;      // property lists within objects, by node
     std::map<Index, std::exception_ptr> failures_;  // by slot
     std::uint32_t current_ = 0;                     // the entry being made, none at the top
     std::uint32_t keyless_ = 0;                     // objects that it took by decodeObject()

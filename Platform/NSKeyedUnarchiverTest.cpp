@@ -412,6 +412,40 @@ TEST_F(NSKeyedUnarchiverTest, LongTextIsSharedByAllWhoHaveIt) {
     EXPECT_EQ(members[0].ifString(), members[2].ifString());
 }
 
+TEST_F(NSKeyedUnarchiverTest, LongTextThatWasMadeBeforeIsNoClass) {
+    const auto theClass = archive.addClass("NSArray");
+    const auto text = archive.add(archive.text(std::string(100, 'x')));
+    const auto first = archive.addObject(theClass, {{"NS.objects", archive.uids({text})}});
+    const auto second = archive.addObject(text, {});
+    const auto root = archive.addObject(theClass, {{"NS.objects", archive.uids({first, second})}});
+
+    EXPECT_THAT(refusalOf(archive.bytes(root)).reason, HasSubstr("missing class information"));
+}
+
+TEST_F(NSKeyedUnarchiverTest, ExceptionsThatShareTheirDetailsInTheArchiveChangeApart) {
+    const auto theClass = archive.addClass("NSException");
+    const auto key = archive.add(archive.text("Key"));
+    const auto info =
+        archive.addObject(archive.addClass("NSDictionary"),
+                          {{"NS.keys", archive.uids({key})}, {"NS.objects", archive.uids({key})}});
+    const TestArchive::Fields fields = {{"NS.name", archive.uid(key)},
+                                        {"NS.userinfo", archive.uid(info)}};
+    const auto one = archive.addObject(theClass, fields);
+    const auto other = archive.addObject(theClass, fields);
+    const auto root = archive.addObject(archive.addClass("NSArray"),
+                                        {{"NS.objects", archive.uids({one, other, info})}});
+    const Value value = unarchived(archive.bytes(root));
+
+    const ValueArray& members = *value.ifArray();
+    members[0].object<ExceptionObject>()->setUserInfoValueForKey(1, "Another");
+
+    const Dictionary before = {{"Key", "Key"}};
+    EXPECT_EQ(members[0].object<ExceptionObject>()->userInfo(),
+              (Dictionary{{"Another", 1}, {"Key", "Key"}}));
+    EXPECT_EQ(members[1].object<ExceptionObject>()->userInfo(), before);
+    EXPECT_EQ(members[2], Value(before));
+}
+
 TEST_F(NSKeyedUnarchiverTest, ManyBrokenObjectsThatNobodyAsksForAreRefusedInTheEnd) {
     const auto unknown = archive.addClass("NoSuchClass");
     std::vector<std::uint32_t> numbers;

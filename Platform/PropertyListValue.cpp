@@ -40,7 +40,7 @@ public:
         // Short text is copied: remembering it costs more.
         constexpr std::size_t kCopiedBytesMax = 15;
         if (list_.kind(object) == Kind::String && list_.size(object) <= kCopiedBytesMax) {
-            return list_.string(object);
+            return text(object);
         }
         if (const auto found = made_.find(object); found != made_.end()) return found->second;
         Value value = readShared(object);
@@ -49,6 +49,11 @@ public:
     }
 
 private:
+    Value text(Index object) const {
+        if (const auto ascii = list_.asciiString(object)) return *ascii;
+        return list_.string(object);
+    }
+
     Value readShared(Index object) {
         switch (list_.kind(object)) {
             case Kind::String:
@@ -74,8 +79,7 @@ private:
         std::vector<Dictionary::Entry> entries;
         entries.reserve(list_.size(object));
         for (std::size_t place = 0; place < list_.size(object); ++place) {
-            entries.emplace_back(list_.string(list_.key(object, place)),
-                                 read(list_.value(object, place)));
+            entries.emplace_back(text(list_.key(object, place)), read(list_.value(object, place)));
         }
         return Dictionary::fromEntries(std::move(entries));
     }

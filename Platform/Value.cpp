@@ -25,18 +25,37 @@ std::strong_ordering compareObjects(const ObjectPtr& left, const ObjectPtr& righ
 
 }  // namespace
 
-Value::Value(Dictionary value) : payload_(std::make_shared<const Dictionary>(std::move(value))) {}
+Value::Value(Data value) : Value(Kind::Data, std::make_shared<const Data>(std::move(value))) {}
+
+Value::Value(ValueArray value)
+    : Value(Kind::Array, std::make_shared<const ValueArray>(std::move(value))) {}
+
+Value::Value(Dictionary value)
+    : Value(Kind::Dictionary, std::make_shared<const Dictionary>(std::move(value))) {}
+
+Value::Value(Set value) : Value(Kind::Set, std::make_shared<const Set>(std::move(value))) {}
 
 Value Value::sharedString(std::string text) {
     constexpr std::size_t kInPlaceMax =
         15;  // A string this short owns no memory that a copy needs.
-    Value result;
-    if (text.size() <= kInPlaceMax) {
-        result.payload_ = std::move(text);
+    if (text.size() <= kInPlaceMax) return text;
+    return {Kind::String, std::make_shared<const std::string>(std::move(text))};
+}
+
+void Value::copyContent(const Value& other) {
+    if (form_ == Form::Text) {
+        std::construct_at(&text_, other.text_);
     } else {
-        result.payload_ = std::make_shared<const std::string>(std::move(text));
+        std::construct_at(&shared_, other.shared_);
     }
-    return result;
+}
+
+void Value::endContent() noexcept {
+    if (form_ == Form::Text) {
+        std::destroy_at(&text_);
+    } else {
+        std::destroy_at(&shared_);
+    }
 }
 
 std::strong_ordering operator<=>(const Value& left, const Value& right) {
@@ -85,14 +104,15 @@ Dictionary::Dictionary(std::initializer_list<Entry> entries)
     : Dictionary(fromEntries(std::vector<Entry>(entries))) {}
 
 Dictionary Dictionary::fromEntries(std::vector<Entry> entries) {
+    Dictionary result;
     const auto keyLess = [](const Entry& a, const Entry& b) { return a.first < b.first; };
-    if (!std::is_sorted(entries.begin(), entries.end(), keyLess)) {
+    const auto doesNotAscend = [](const Entry& a, const Entry& b) { return a.first >= b.first; };
+    const auto disorder = std::adjacent_find(entries.begin(), entries.end(), doesNotAscend);
+    if (disorder != entries.end()) {
         std::stable_sort(entries.begin(), entries.end(), keyLess);
     }
-
-    Dictionary result;
-    const auto isSame = [](const Entry& a, const Entry& b) { return a.first == b.first; };
-    if (std::adjacent_find(entries.begin(), entries.end(), isSame) == entries.end()) {
+    if (disorder == entries.end() ||
+        std::adjacent_find(entries.begin(), entries.end(), doesNotAscend) == entries.end()) {
         result.entries_ = std::move(entries);
         return result;
     }

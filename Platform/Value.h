@@ -16,7 +16,6 @@
 #include <string>
 #include <string_view>
 #include <utility>
-#include <variant>
 #include <vector>
 
 #include "Platform/Export.h"
@@ -55,7 +54,7 @@ private:
 class SEVRIN_EXPORT Value {
 public:
     // Encoded nowhere; the order of kinds is part of the order of values.
-    enum class Kind {
+    enum class Kind : std::uint8_t {
         Null,
         Boolean,
         Signed,
@@ -70,71 +69,101 @@ public:
         Object
     };
 
-    Value() = default;
-    Value(std::nullptr_t) {}
-    Value(std::same_as<bool> auto value) : payload_(value) {}
+    Value() noexcept : plain_{.natural = 0} {}
+    Value(std::nullptr_t) noexcept : Value() {}
+    Value(std::same_as<bool> auto value) noexcept
+        : kind_(Kind::Boolean), plain_{.boolean = value} {}
 
     // Any integer. What fits a signed 64-bit integer is Signed, larger numbers are Unsigned, so
     // equal numbers are equal values.
     template <std::integral Integer>
-    requires(!std::same_as<Integer, bool>) Value(Integer value) {
+    requires(!std::same_as<Integer, bool>) Value(Integer value)
+    noexcept {
         const auto number = static_cast<std::int64_t>(value);
         if (std::signed_integral<Integer> || number >= 0) {
-            payload_ = number;
+            kind_ = Kind::Signed;
+            plain_ = {.integer = number};
         } else {
-            payload_ = static_cast<std::uint64_t>(value);
+            kind_ = Kind::Unsigned;
+            plain_ = {.natural = static_cast<std::uint64_t>(value)};
         }
     }
 
-    Value(std::floating_point auto value) : payload_(static_cast<double>(value)) {}
-    Value(std::string value) : payload_(std::move(value)) {}
-    Value(std::string_view value) : payload_(std::string(value)) {}
-    Value(const char* value) : payload_(std::string(value)) {}
+    Value(std::floating_point auto value) noexcept
+        : kind_(Kind::Double), plain_{.real = static_cast<double>(value)} {}
+    Value(std::string value) noexcept
+        : kind_(Kind::String), form_(Form::Text), text_(std::move(value)) {}
+    Value(std::string_view value) : kind_(Kind::String), form_(Form::Text), text_(value) {}
+    Value(const char* value) : kind_(Kind::String), form_(Form::Text), text_(value) {}
 
     // Text whose copies share it when it is long: for text that one reader hands out many times.
     [[nodiscard]] static Value sharedString(std::string text);
 
-    Value(Data value) : payload_(std::make_shared<const Data>(std::move(value))) {}
-    Value(NSDate value) : payload_(value) {}
-    Value(ValueArray value) : payload_(std::make_shared<const ValueArray>(std::move(value))) {}
+    Value(Data value);
+    Value(NSDate value) noexcept : kind_(Kind::Date), plain_{.date = value} {}
+    Value(ValueArray value);
     Value(Dictionary value);
-    Value(Set value) : payload_(std::make_shared<const Set>(std::move(value))) {}
+    Value(Set value);
 
     // An object; nullptr is null.
     template <std::derived_from<Object> Type>
-    Value(std::shared_ptr<Type> value) {
-        if (value) payload_ = std::shared_ptr<Object>(std::move(value));
+    Value(std::shared_ptr<Type> value) : Value() {
+        if (value) *this = Value(Kind::Object, ObjectPtr(std::move(value)));
     }
 
-    [[nodiscard]] Kind kind() const {
-        const std::size_t index = payload_.index();
-        return index == kSharedString ? Kind::String : static_cast<Kind>(index);
+    // A value that another one was moved from is null.
+    Value(const Value& other) : kind_(other.kind_), form_(other.form_) {
+        if (form_ == Form::Plain) {
+            plain_ = other.plain_;
+        } else {
+            copyContent(other);
+        }
     }
-    [[nodiscard]] bool isNull() const { return kind() == Kind::Null; }
+    Value(Value&& other) noexcept { take(other); }
+    Value& operator=(const Value& other) { return *this = Value(other); }
+    Value& operator=(Value&& other) noexcept {
+        // What was here ends last: that may lead to anything, even to what is taken.
+        const Value before(std::move(*this));
+        take(other);
+        return *this;
+    }
+    ~Value() {
+        if (form_ != Form::Plain) endContent();
+    }
+
+    [[nodiscard]] Kind kind() const { return kind_; }
+    [[nodiscard]] bool isNull() const { return kind_ == Kind::Null; }
 
     // The content, or nullptr when the value is of another kind. Valid as long as the value.
-    [[nodiscard]] const bool* ifBoolean() const { return std::get_if<bool>(&payload_); }
+    [[nodiscard]] const bool* ifBoolean() const {
+        return kind_ == Kind::Boolean ? &plain_.boolean : nullptr;
+    }
     [[nodiscard]] const std::int64_t* ifSigned() const {
-        return std::get_if<std::int64_t>(&payload_);
+        return kind_ == Kind::Signed ? &plain_.integer : nullptr;
     }
     [[nodiscard]] const std::uint64_t* ifUnsigned() const {
-        return std::get_if<std::uint64_t>(&payload_);
+        return kind_ == Kind::Unsigned ? &plain_.natural : nullptr;
     }
-    [[nodiscard]] const double* ifDouble() const { return std::get_if<double>(&payload_); }
+    [[nodiscard]] const double* ifDouble() const {
+        return kind_ == Kind::Double ? &plain_.real : nullptr;
+    }
     [[nodiscard]] const std::string* ifString() const {
-        const auto* own = std::get_if<std::string>(&payload_);
-        return own ? own : shared<std::string>();
+        return form_ == Form::Text ? &text_ : shared<std::string>(Kind::String);
     }
-    [[nodiscard]] const NSDate* ifDate() const { return std::get_if<NSDate>(&payload_); }
-    [[nodiscard]] const Data* ifData() const { return shared<Data>(); }
-    [[nodiscard]] const ValueArray* ifArray() const { return shared<ValueArray>(); }
-    [[nodiscard]] const Dictionary* ifDictionary() const { return shared<Dictionary>(); }
-    [[nodiscard]] const Set* ifSet() const { return shared<Set>(); }
+    [[nodiscard]] const NSDate* ifDate() const {
+        return kind_ == Kind::Date ? &plain_.date : nullptr;
+    }
+    [[nodiscard]] const Data* ifData() const { return shared<Data>(Kind::Data); }
+    [[nodiscard]] const ValueArray* ifArray() const { return shared<ValueArray>(Kind::Array); }
+    [[nodiscard]] const Dictionary* ifDictionary() const {
+        return shared<Dictionary>(Kind::Dictionary);
+    }
+    [[nodiscard]] const Set* ifSet() const { return shared<Set>(Kind::Set); }
 
     // The object, or nullptr when the value is of another kind (or the object of another class).
     [[nodiscard]] ObjectPtr object() const {
-        const auto* found = std::get_if<ObjectPtr>(&payload_);
-        return found ? *found : nullptr;
+        if (kind_ != Kind::Object) return nullptr;
+        return {shared_, static_cast<Object*>(const_cast<void*>(shared_.get()))};
     }
     template <std::derived_from<Object> Type>
     [[nodiscard]] std::shared_ptr<Type> object() const {
@@ -153,20 +182,56 @@ public:
     friend bool operator==(const Value& left, const Value& right) { return (left <=> right) == 0; }
 
 private:
+    // How the content is kept. Most values are numbers or short text, and copying, moving and
+    // ending one has to cost no more than that; a std::variant of all kinds does each of them by
+    // way of a table of functions.
+    enum class Form : std::uint8_t { Plain, Text, Shared };
+
+    union Plain {
+        std::uint64_t natural;
+        std::int64_t integer;
+        bool boolean;
+        double real;
+        NSDate date;
+    };
+
+    // `content` is of the type that belongs to the kind, an object's an Object.
+    Value(Kind kind, std::shared_ptr<const void> content) noexcept
+        : kind_(kind), form_(Form::Shared), shared_(std::move(content)) {}
+
     template <typename Type>
-    [[nodiscard]] const Type* shared() const {
-        const auto* found = std::get_if<std::shared_ptr<const Type>>(&payload_);
-        return found ? found->get() : nullptr;
+    [[nodiscard]] const Type* shared(Kind kind) const {
+        return kind_ == kind ? static_cast<const Type*>(shared_.get()) : nullptr;
     }
 
-    // Behind the kinds, in their order, the shared form of text.
-    static constexpr std::size_t kSharedString = static_cast<std::size_t>(Kind::Object) + 1;
+    // The content of `other`, where there is none yet.
+    void take(Value& other) noexcept {
+        kind_ = other.kind_;
+        form_ = other.form_;
+        if (form_ == Form::Plain) {
+            plain_ = other.plain_;
+            return;
+        }
+        if (form_ == Form::Text) {
+            std::construct_at(&text_, std::move(other.text_));
+            std::destroy_at(&other.text_);
+        } else {
+            std::construct_at(&shared_, std::move(other.shared_));
+            std::destroy_at(&other.shared_);
+        }
+        other.kind_ = Kind::Null;
+        other.form_ = Form::Plain;
+    }
+    void copyContent(const Value& other);
+    void endContent() noexcept;
 
-    std::variant<std::monostate, bool, std::int64_t, std::uint64_t, double, std::string,
-                 std::shared_ptr<const Data>, NSDate, std::shared_ptr<const ValueArray>,
-                 std::shared_ptr<const Dictionary>, std::shared_ptr<const Set>, ObjectPtr,
-                 std::shared_ptr<const std::string>>
-        payload_;
+    Kind kind_ = Kind::Null;
+    Form form_ = Form::Plain;
+    union {
+        Plain plain_;
+        std::string text_;
+        std::shared_ptr<const void> shared_;  // containers, data, objects, text of sharedString()
+    };
 };
 
 // Keys and values, sorted by key; each key once. Keys are usually strings but may be any value.

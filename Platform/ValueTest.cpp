@@ -197,6 +197,31 @@ TEST(ValueTest, ContainersAreSharedByCopies) {
     EXPECT_EQ(copy.ifArray(), value.ifArray());
 }
 
+TEST(ValueTest, MovingTakesTheContentAndLeavesTextContainersAndObjectsNull) {
+    for (const Value& value : {Value("text"), Value(std::string(100, 'x')), Value(ValueArray{1}),
+                               Value(Data{"bytes"}), Value(std::make_shared<Object>())}) {
+        Value from = value;
+        Value to = std::move(from);
+        EXPECT_EQ(to, value);
+        EXPECT_TRUE(from.isNull());
+
+        Value replaced(ValueArray{"another"});
+        replaced = std::move(to);
+        EXPECT_EQ(replaced, value);
+        EXPECT_TRUE(to.isNull());
+    }
+}
+
+TEST(ValueTest, AnElementMayTakeThePlaceOfItsContainer) {
+    const Value inner(Dictionary{{"key", "more text than what lies in place"}});
+    Value value(ValueArray{1, inner});
+    value = (*value.ifArray())[1];
+    EXPECT_EQ(value, inner);
+    const Value& same = value;
+    value = same;
+    EXPECT_EQ(value, inner);
+}
+
 TEST(ValueTest, EveryTwoValuesHaveAnOrder) {
     const std::vector<Value> values = sortedValues();
 

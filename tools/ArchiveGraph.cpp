@@ -20,13 +20,17 @@ constexpr std::size_t kDataShownMax = 32;
 
 BinaryPropertyList listOf(const std::string& bytes) {
     try {
-        BinaryPropertyList list(bytes);
-        const std::string_view fault = platform::keyedArchiveFault(list);
-        if (!fault.empty()) throw ArchiveError("no keyed archive: " + std::string(fault));
-        return list;
+        return BinaryPropertyList(bytes);
     } catch (const platform::PropertyListError& error) {
         throw ArchiveError(std::string("no keyed archive: ") + error.what());
     }
+}
+
+// The array of all objects; throws when the list is no archive.
+BinaryPropertyList::Index objectsOf(const BinaryPropertyList& list) {
+    const std::string_view fault = platform::keyedArchiveFault(list);
+    if (!fault.empty()) throw ArchiveError("no keyed archive: " + std::string(fault));
+    return *list.find(list.top(), "$objects");
 }
 
 std::string quotedText(std::string_view text) {
@@ -61,9 +65,7 @@ std::string realText(double real) {
 }  // namespace
 
 ArchiveGraph::ArchiveGraph(std::string bytes)
-    : bytes_(std::move(bytes)),
-      list_(listOf(bytes_)),
-      objects_(*list_.find(list_.top(), "$objects")) {}
+    : bytes_(std::move(bytes)), list_(listOf(bytes_)), objects_(objectsOf(list_)) {}
 
 ArchiveGraph::Item ArchiveGraph::follow(Index node) const {
     if (list_.kind(node) != Kind::UID) return {node, 0};
