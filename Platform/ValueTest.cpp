@@ -87,7 +87,7 @@ std::vector<Value> sortedValues() {
         ValueArray{1},
         ValueArray{1, 1},
         ValueArray{2},
-        ValueArray{ValueArray{}},
+        ValueArray{Value(ValueArray{})},
         Dictionary{},
         Dictionary{{"a", 1}},
         Dictionary{{"a", 1}, {"b", 0}},
