@@ -27,7 +27,7 @@ inline constexpr std::size_t kPropertyListDepthMax = 512;
 // What a walk through a list may visit, in bytes of content, shared containers counted each time
 // they are met: this, or kPropertyListGrowthMax times the bytes read, whichever is more. A list
 // that shares nothing stays below its own size.
-inline constexpr std::size_t kPropertyListWalkBytes = std::size_t{16} << 20;
+inline constexpr std::size_t kPropertyListWalkBytes = std::size_t{1} << 20;
 inline constexpr std::size_t kPropertyListGrowthMax = 16;
 
 // Bytes that are no binary property list, or a value that cannot be in one.

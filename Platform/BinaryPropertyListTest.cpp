@@ -356,10 +356,11 @@ std::string doubling(unsigned levels) {
 }
 
 TEST(BinaryPropertyListTest, SharingThatStaysSmallWhenWalkedIsRead) {
-    EXPECT_EQ(refusalOf(doubling(20)), "");
+    EXPECT_EQ(refusalOf(doubling(18)), "");
 }
 
 TEST(BinaryPropertyListTest, SharingThatGrowsBeyondAnyUseIsRefused) {
+    EXPECT_THAT(refusalOf(doubling(20)), HasSubstr("grow beyond any use"));
     EXPECT_THAT(refusalOf(doubling(60)), HasSubstr("grow beyond any use"));
 }
 

@@ -2,7 +2,6 @@
 //
 //     archive-test-helper rewrite < ARCHIVE    the archive, read and written again
 //     archive-test-helper sample               an archive of everything that a value can be
-//     archive-test-helper knows CLASS          exits 0 if archives can name this class, else 1
 //
 // What an archive is refused for is written to standard error, the exception's name on a line of
 // its own; exit 1. An archive that gives null: exit 3.
@@ -72,7 +71,6 @@ int main(int argc, char** argv) {
         std::cout << NSKeyedArchiver::archivedDataWithRootObject(sampleValue());
         return 0;
     }
-    if (command == "knows" && argc == 3) return NSCodingClass::named(argv[2]) ? 0 : 1;
-    std::cerr << "usage: archive-test-helper rewrite|sample|knows CLASS\n";
+    std::cerr << "usage: archive-test-helper rewrite|sample\n";
     return 2;
 }
