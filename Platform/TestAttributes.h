@@ -4,7 +4,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
@@ -12,6 +11,7 @@
 #include <array>
 #include <cerrno>
 #include <cstddef>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -76,7 +76,15 @@ public:
     FileFolder(const FileFolder&) = delete;
     FileFolder& operator=(const FileFolder&) = delete;
     ~FileFolder() {
+        std::error_code failure;
+        std::filesystem::remove_all(path_, failure);
+        if (!failure) return;
+        // What the test mounted here stands in the way.
         std::error_code ignored;
+        for (const auto& entry : std::filesystem::directory_iterator(path_, ignored)) {
+            const std::string command = "umount -R -l '" + entry.path().string() + "' 2> /dev/null";
+            static_cast<void>(std::system(command.c_str()));
+        }
         std::filesystem::remove_all(path_, ignored);
     }
 
