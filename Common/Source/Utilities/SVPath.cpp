@@ -170,6 +170,8 @@ void SVPath::encodeWithCoder(NSCoder& coder) const {
 }
 
 SVPath::Attributes SVPath::decodeAttributes(NSCoder& coder) {
+    // Every location is decoded by way of this first.
+    if (!coder.allowsKeyedCoding()) coder.failDecoding("a location without keys");
     const Value attributes = coder.decodePropertyListForKey(kAttributesKey);
     if (attributes.isNull()) return std::nullopt;
     const Dictionary* const dictionary = attributes.ifDictionary();

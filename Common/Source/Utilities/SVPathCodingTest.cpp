@@ -11,6 +11,7 @@
 #include "Platform/NSException.h"
 #include "Platform/NSKeyedArchiver.h"
 #include "Platform/NSKeyedUnarchiver.h"
+#include "Platform/SequentialCoder.h"
 #include "Platform/TestPlaces.h"
 
 namespace sevrin {
@@ -74,6 +75,13 @@ TEST_F(SVPathCodingTest, WhoRestoresALocationResolvesItForItself) {
 
     EXPECT_EQ(restored->path(), "/another/Library/Logs");
     EXPECT_EQ(location->path(), places_.home() + "/Library/Logs");
+}
+
+TEST_F(SVPathCodingTest, ASequenceWithoutKeysHoldsNoLocation) {
+    for (const char* name : {"SVPath", "SVSubPath", "SVStandardPath"}) {
+        platform::SequentialDecoder decoder({name, platform::Dictionary(), "folder", 1, 1});
+        EXPECT_THROW(static_cast<void>(decoder.decodeObject()), platform::NSException) << name;
+    }
 }
 
 TEST_F(SVPathCodingTest, AllThreeClassesMayBeDecodedSecurely) {
