@@ -42,25 +42,6 @@ constexpr std::array<char16_t, 128> kMacOSRoman = {
 
 constexpr char16_t kByteOrderMark = 0xFEFF;
 
-void appendUtf8(std::string& text, char32_t character) {
-    const auto append = [&](char32_t bits) { text += static_cast<char>(bits); };
-    if (character < 0x80) {
-        append(character);
-    } else if (character < 0x800) {
-        append(0xC0 | character >> 6);
-        append(0x80 | (character & 0x3F));
-    } else if (character < 0x1'0000) {
-        append(0xE0 | character >> 12);
-        append(0x80 | (character >> 6 & 0x3F));
-        append(0x80 | (character & 0x3F));
-    } else {
-        append(0xF0 | character >> 18);
-        append(0x80 | (character >> 12 & 0x3F));
-        append(0x80 | (character >> 6 & 0x3F));
-        append(0x80 | (character & 0x3F));
-    }
-}
-
 char16_t asciiCharacter(unsigned char byte) {
     return byte < 0x80 ? byte : kNone;
 }

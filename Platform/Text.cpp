@@ -143,6 +143,25 @@ char32_t decodeUtf8(std::string_view text, std::size_t& position) noexcept {
     return (lead & 0x07) << 18 | (second & 0x3F) << 12 | third << 6 | (byteAt(start + 3) & 0x3FU);
 }
 
+void appendUtf8(std::string& out, char32_t character) {
+    const auto append = [&out](char32_t byte) { out += static_cast<char>(byte); };
+    if (character < 0x80) {
+        append(character);
+    } else if (character < 0x800) {
+        append(0xC0 | character >> 6);
+        append(0x80 | (character & 0x3F));
+    } else if (character < 0x1'0000) {
+        append(0xE0 | character >> 12);
+        append(0x80 | (character >> 6 & 0x3F));
+        append(0x80 | (character & 0x3F));
+    } else {
+        append(0xF0 | character >> 18);
+        append(0x80 | (character >> 12 & 0x3F));
+        append(0x80 | (character >> 6 & 0x3F));
+        append(0x80 | (character & 0x3F));
+    }
+}
+
 bool isValidUtf8(std::string_view text) noexcept {
     std::size_t position = skipAscii(text, 0);
     while (position < text.size()) {

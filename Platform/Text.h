@@ -18,6 +18,9 @@ inline constexpr char32_t kInvalidUtf8 = 0xFFFF'FFFF;
 // beyond U+10FFFF are not well-formed) gives kInvalidUtf8 and moves `position` by that one byte.
 char32_t decodeUtf8(std::string_view text, std::size_t& position) noexcept;
 
+// Appends a code point up to U+10FFFF that is no surrogate to `out`.
+void appendUtf8(std::string& out, char32_t character);
+
 // Whether `text` is well-formed UTF-8. Empty text is.
 bool isValidUtf8(std::string_view text) noexcept;
 

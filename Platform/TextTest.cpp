@@ -51,7 +51,7 @@ bool isSurrogate(char32_t character) {
     return character >= 0xD800 && character <= 0xDFFF;
 }
 
-TEST(TextTest, EveryCodePointDecodesToItself) {
+TEST(TextTest, EveryCodePointIsEncodedAsItIsDecoded) {
     for (char32_t character = 0; character <= 0x10FFFF; ++character) {
         if (isSurrogate(character)) continue;
         const std::string text = encoded(character);
@@ -59,6 +59,9 @@ TEST(TextTest, EveryCodePointDecodesToItself) {
 
         ASSERT_EQ(decodeUtf8(text, position), character);
         ASSERT_EQ(position, text.size());
+        std::string appended;
+        appendUtf8(appended, character);
+        ASSERT_EQ(appended, text);
     }
 }
 

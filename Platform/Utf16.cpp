@@ -23,27 +23,6 @@ bool isLowSurrogate(char32_t unit) {
     return unit >= 0xDC00 && unit < 0xE000;
 }
 
-void appendUtf8(std::string& out, char32_t character) {
-    const auto append = [&out](char32_t byte) {
-        out += static_cast<char>(static_cast<unsigned char>(byte));
-    };
-    if (character < 0x80) {
-        append(character);
-    } else if (character < 0x800) {
-        append(0xC0 | character >> 6);
-        append(0x80 | (character & 0x3F));
-    } else if (character < 0x1'0000) {
-        append(0xE0 | character >> 12);
-        append(0x80 | (character >> 6 & 0x3F));
-        append(0x80 | (character & 0x3F));
-    } else {
-        append(0xF0 | character >> 18);
-        append(0x80 | (character >> 12 & 0x3F));
-        append(0x80 | (character >> 6 & 0x3F));
-        append(0x80 | (character & 0x3F));
-    }
-}
-
 void appendUnit(std::string& out, char32_t unit) {
     out += static_cast<char>(static_cast<unsigned char>(unit >> 8));
     out += static_cast<char>(static_cast<unsigned char>(unit & 0xFF));

@@ -39,7 +39,7 @@ public:
 
     [[nodiscard]] const CommonOptions& options() const { return options_; }
 
-    // When to give up on an answer that is asked for now.
+    // When to give up on an answer to a question put at this moment.
     [[nodiscard]] Deadline deadline() const;
 
     // MARK: The switchboard

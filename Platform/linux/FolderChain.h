@@ -30,7 +30,7 @@ public:
 
 private:
     struct Level {
-        UniqueFd fd;  // none when it is closed for now
+        UniqueFd fd;  // none while too many others are open
         dev_t device;
         ino_t number;
     };

@@ -26,8 +26,8 @@ inline constexpr std::int64_t kKeepHourOrMinute = -1;
 // The first moment of the current day.
 platform::NSDate startOfToday();
 
-// Today at that hour (0 to 23, or kKeepHourOrMinute) and minute (0 to 59, or kKeepHourOrMinute), as
-// dateWithHourMinute gives it for now.
+// Today at that hour (0 to 23, or kKeepHourOrMinute) and minute (0 to 59, or kKeepHourOrMinute):
+// what dateWithHourMinute gives for the current moment.
 platform::NSDate todayWithHourMinute(std::int64_t hour, std::int64_t minute);
 
 // The first moment of the era, year, month or day in which `date` lies. An era starts with the
