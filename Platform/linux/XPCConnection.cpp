@@ -273,12 +273,11 @@ void XPCConnection::flush() {
 void XPCConnection::flushLocked() {
     const XPCOutbox::Flush result = outbox_.flush(socket_.get());
     if (result == XPCOutbox::Flush::Failed) {
-        // The peer is gone, or the kernel refuses; what it sent before is handled first.
-        const std::string why = std::strerror(errno);
-        XPCReactor::shared().post([self = shared_from_this(), why] {
-            self->handleReceived();
-            self->end({XPCError::Code::Disconnected, "the connection ended: " + why});
-        });
+        // The peer is gone, or the kernel refuses. What it sent before is handled first; nothing
+        // more can come, so a thread that reads for itself leaves soon.
+        sendFailure_ = std::strerror(errno);
+        ::shutdown(socket_.get(), SHUT_RDWR);
+        XPCReactor::shared().post([self = shared_from_this()] { self->handleRest(); });
         return;
     }
     const bool isBlocked = result == XPCOutbox::Flush::Blocked;

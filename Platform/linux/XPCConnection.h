@@ -115,8 +115,11 @@ private:
     [[nodiscard]] bool readForMyself(std::uint64_t serial, Deadline deadline);
     void setReceiveTimeout(Deadline deadline);
 
-    // Receiving, with reading_ held. The booleans answer whether the connection goes on.
+    // Receiving. The first two take reading_, all others have it held for them. The booleans answer
+    // whether the connection goes on.
     void handleReceived();
+    void handleRest();
+    void endReceiving(std::unique_lock<std::mutex> reading);
     [[nodiscard]] bool receiveAndHandle();
     [[nodiscard]] bool handleFrames();
     [[nodiscard]] bool handleFrame(const FrameHeader& header, std::string_view body);
@@ -169,6 +172,7 @@ private:
     bool isBlocked_ = false;
     bool isFlushQueued_ = false;
     std::optional<XPCError> failure_;
+    std::string sendFailure_;  // why nothing more can be sent, while the rest is read
     XPCOutbox outbox_;
     std::size_t outboxCharged_ = 0;
     std::size_t unanswered_ = 0;

@@ -109,21 +109,37 @@ void XPCConnection::handleEvents(std::uint32_t events) {
 }
 
 void XPCConnection::handleReceived() {
-    std::optional<XPCError> breach;
-    {
-        const std::unique_lock reading(reading_, std::try_to_lock);
-        if (!reading || !socket_ || isEnding_) return;
-        if (receiveAndHandle()) return;
-        breach = std::exchange(breach_, std::nullopt);
+    std::unique_lock reading(reading_, std::try_to_lock);
+    if (!reading || !socket_ || isEnding_) return;
+    if (!receiveAndHandle()) endReceiving(std::move(reading));
+}
+
+// Handles what still waits in a socket that was shut down, and ends the connection.
+void XPCConnection::handleRest() {
+    std::unique_lock reading(reading_);
+    if (!socket_ || isEnding_) return;
+    while (receiveAndHandle()) {
     }
+    endReceiving(std::move(reading));
+}
+
+// Nothing more is to be received: ends the connection for the reason that explains it best.
+void XPCConnection::endReceiving(std::unique_lock<std::mutex> reading) {
+    const std::optional<XPCError> breach = std::exchange(breach_, std::nullopt);
+    const bool isRefusal = isClient_ && !isGreeted_;
+    reading.unlock();
     if (isEnding_) return;
     if (breach) {
         reportFault(*this, breach->description);
-        end(std::move(*breach));
-    } else if (isClient_ && !isGreeted_) {
+        end(*breach);
+    } else if (isRefusal) {
         end({XPCError::Code::Refused, "the server refused the connection"});
     } else {
-        end({XPCError::Code::Disconnected, "the peer closed the connection"});
+        std::unique_lock guard(lock_);
+        const std::string why = sendFailure_.empty() ? "the peer closed the connection"
+                                                     : "the connection ended: " + sendFailure_;
+        guard.unlock();
+        end({XPCError::Code::Disconnected, why});
     }
 }
 
