@@ -14,9 +14,10 @@
 #include <vector>
 
 #include "Platform/AttributeList.h"
+#include "Platform/TestAttributes.h"
+#include "Platform/TestMounts.h"
 #include "Platform/UniqueFd.h"
 #include "Platform/linux/OpenObject.h"
-#include "Platform/linux/TestMounts.h"
 
 namespace sevrin::platform {
 namespace {
@@ -134,49 +135,44 @@ TEST(EffectiveAccessTest, RightsAreThoseOfTheKernelForEveryUser) {
 
 TEST(EffectiveAccessTest, AnAccessControlListDecidesWhereThereIsOne) {
     if (::geteuid() != 0) GTEST_SKIP() << "needs root to become other users";
-    SEVRIN_WITH_OWN_MOUNTS(([] {
-        const FileFolder folder;
-        ASSERT_EQ(::chmod(folder.path().c_str(), 0755), 0);
-        const FileFolder inner(mountTmpfs(folder, "place"));
-        ASSERT_EQ(::chmod(inner.path().c_str(), 0755), 0);
-        ASSERT_EQ(::chmod(folder.at("place").c_str(), 0755), 0);
-        const std::vector<std::string> names = {"listed", "plain"};
-        for (const std::string& name : names)
-            inner.file(name);
-        if (!addAcl(inner.at("listed"))) GTEST_SKIP() << "no access control lists here";
-        const auto compare = [&] { return differences(inner.path(), names); };
+    TestMounts mounts;
+    SEVRIN_SKIP_WITHOUT(mounts);
+    const FileFolder inner(mounts.mountMemory("place", 0, "mode=0755"));
+    ASSERT_EQ(::chmod(inner.path().c_str(), 0755), 0);
+    const std::vector<std::string> names = {"listed", "plain"};
+    for (const std::string& name : names)
+        inner.file(name);
+    if (!addAcl(inner.at("listed"))) GTEST_SKIP() << "no access control lists here";
+    const auto compare = [&] { return differences(inner.path(), names); };
 
-        EXPECT_EQ(asUser(kUser, kUser, {}, compare), "");
-        EXPECT_EQ(asUser(5555, 5555, {}, compare), "");
-        EXPECT_EQ(compare(), "");
-    }));
+    EXPECT_EQ(asUser(kUser, kUser, {}, compare), "");
+    EXPECT_EQ(asUser(5555, 5555, {}, compare), "");
+    EXPECT_EQ(compare(), "");
 }
 
 TEST(EffectiveAccessTest, NothingIsWrittenOnAReadOnlyMount) {
-    SEVRIN_WITH_OWN_MOUNTS(([] {
-        const FileFolder folder;
-        const std::string place = mountTmpfs(folder, "place");
-        folder.file("place/file");
-        folder.folder("place/folder");
-        folder.link("place/link", "file");
-        ASSERT_EQ(::mkfifo((place + "/pipe").c_str(), 0600), 0);
-        ASSERT_EQ(::mount(nullptr, place.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0);
+    TestMounts mounts;
+    SEVRIN_SKIP_WITHOUT(mounts);
+    const std::string place = mounts.mountMemory("place");
+    mounts.write("place/file");
+    mounts.makeFolder("place/folder");
+    mounts.makeLink("file", "place/link");
+    ASSERT_EQ(::mkfifo((place + "/pipe").c_str(), 0600), 0);
+    TestMounts::makeReadOnly(place);
 
-        EXPECT_EQ(differences(place, {"file", "folder", "link", "pipe"}), "");
-        // Seen from above, the mount point is the volume's root.
-        EXPECT_EQ(differences(folder.path(), {"place"}), "");
-    }));
+    EXPECT_EQ(differences(place, {"file", "folder", "link", "pipe"}), "");
+    // Seen from above, the mount point is the volume's root.
+    EXPECT_EQ(differences(mounts.path(), {"place"}), "");
 }
 
 TEST(EffectiveAccessTest, NoFileIsExecutedOnAMountThatForbidsIt) {
-    SEVRIN_WITH_OWN_MOUNTS(([] {
-        const FileFolder folder;
-        const std::string place = mountTmpfs(folder, "place", MS_NOEXEC);
-        ASSERT_EQ(::chmod(folder.file("place/file").c_str(), 0755), 0);
-        folder.folder("place/folder");
+    TestMounts mounts;
+    SEVRIN_SKIP_WITHOUT(mounts);
+    const std::string place = mounts.mountMemory("place", MS_NOEXEC);
+    ASSERT_EQ(::chmod(mounts.write("place/file").c_str(), 0755), 0);
+    mounts.makeFolder("place/folder");
 
-        EXPECT_EQ(differences(place, {"file", "folder"}), "");
-    }));
+    EXPECT_EQ(differences(place, {"file", "folder"}), "");
 }
 
 TEST(EffectiveAccessTest, WhatIsImmutableIsNotWrittenByRoot) {

@@ -8,19 +8,17 @@
 #include <string>
 
 #include "Platform/FileCalls.h"
-#include "Platform/linux/TestVolume.h"
+#include "Platform/TestMounts.h"
 
 namespace sevrin::platform {
 namespace {
 
 class FileCallsVolumeTest : public testing::TestWithParam<const char*> {
 protected:
-    void SetUp() override {
-        if (!volume_) GTEST_SKIP() << "no " << GetParam() << " can be mounted here";
-    }
+    void SetUp() override { SEVRIN_SKIP_WITHOUT(mounts_); }
 
     [[nodiscard]] std::string write(const std::string& name) const {
-        const std::string path = volume_.path() + "/" + name;
+        const std::string path = volume_ + "/" + name;
         std::ofstream(path) << name;
         return path;
     }
@@ -30,13 +28,14 @@ protected:
         return content;
     }
 
-    const TestVolume volume_{GetParam()};
+    TestMounts mounts_;
+    const std::string volume_ = mounts_.mountKind("volume", GetParam());
 };
 
 TEST_P(FileCallsVolumeTest, TheBitsOfASizeAreThoseThatTheFileSystemKeeps) {
     const long expected = std::string(GetParam()) == "vfat" ? 33 : 64;
 
-    EXPECT_EQ(platform::pathconf(volume_.path().c_str(), _PC_FILESIZEBITS), expected);
+    EXPECT_EQ(platform::pathconf(volume_.c_str(), _PC_FILESIZEBITS), expected);
 }
 
 TEST_P(FileCallsVolumeTest, SwappingSwapsOrSaysThatItIsNotSupportedAndChangesNothing) {

@@ -8,8 +8,9 @@
 #include <algorithm>
 #include <vector>
 
+#include "Platform/TestAttributes.h"
+#include "Platform/TestMounts.h"
 #include "Platform/UniqueFd.h"
-#include "Platform/linux/TestMounts.h"
 
 namespace sevrin::platform {
 namespace {
@@ -38,153 +39,137 @@ bool isSameVolume(const struct statfs& a, const struct statfs& b) {
 }
 
 TEST(MountTableTest, APathIsOnTheVolumeThatHoldsIt) {
-    SEVRIN_WITH_OWN_MOUNTS(([] {
-        const FileFolder folder;
-        const std::string place = mountTmpfs(folder, "place");
-        const std::string file = folder.file("place/inside", std::string(10000, 'x'));
-        struct ::statfs raw {};
-        ASSERT_EQ(::statfs(place.c_str(), &raw), 0);
+    TestMounts mounts;
+    SEVRIN_SKIP_WITHOUT(mounts);
+    const std::string place = mounts.mountMemory("place");
+    const std::string file = mounts.write("place/inside", std::string(10000, 'x'));
+    struct ::statfs raw {};
+    ASSERT_EQ(::statfs(place.c_str(), &raw), 0);
 
-        const struct statfs record = recordOf(file);
+    const struct statfs record = recordOf(file);
 
-        EXPECT_STREQ(record.f_mntonname, place.c_str());
-        EXPECT_STREQ(record.f_mntfromname, "scratch");
-        EXPECT_STREQ(record.f_fstypename, "tmpfs");
-        EXPECT_EQ(record.f_bsize, raw.f_frsize);
-        EXPECT_EQ(record.f_blocks * record.f_bsize, 1024U * 1024U);
-        EXPECT_EQ(record.f_bfree, raw.f_bfree);
-        EXPECT_EQ(record.f_bavail, raw.f_bavail);
-        EXPECT_EQ(record.f_files, raw.f_files);
-        EXPECT_EQ(record.f_ffree, raw.f_ffree);
-        EXPECT_EQ(record.f_flags, MNT_LOCAL);
-    }));
+    EXPECT_STREQ(record.f_mntonname, place.c_str());
+    EXPECT_STREQ(record.f_mntfromname, "scratch");
+    EXPECT_STREQ(record.f_fstypename, "tmpfs");
+    EXPECT_EQ(record.f_bsize, raw.f_frsize);
+    EXPECT_EQ(record.f_blocks * record.f_bsize, 1024U * 1024U);
+    EXPECT_EQ(record.f_bfree, raw.f_bfree);
+    EXPECT_EQ(record.f_bavail, raw.f_bavail);
+    EXPECT_EQ(record.f_files, raw.f_files);
+    EXPECT_EQ(record.f_ffree, raw.f_ffree);
+    EXPECT_EQ(record.f_flags, MNT_LOCAL);
 }
 
 TEST(MountTableTest, FlagsOfAMountAreThePlatforms) {
-    SEVRIN_WITH_OWN_MOUNTS(([] {
-        const FileFolder folder;
-        const std::array<std::pair<unsigned long, std::uint32_t>, 6> flags = {
-            {{MS_RDONLY, MNT_RDONLY},
-             {MS_NOSUID, MNT_NOSUID},
-             {MS_NODEV, MNT_NODEV},
-             {MS_NOEXEC, MNT_NOEXEC},
-             {MS_NOATIME, MNT_NOATIME},
-             {MS_SYNCHRONOUS, MNT_SYNCHRONOUS}}};
+    TestMounts mounts;
+    SEVRIN_SKIP_WITHOUT(mounts);
+    const std::array<std::pair<unsigned long, std::uint32_t>, 6> flags = {
+        {{MS_RDONLY, MNT_RDONLY},
+         {MS_NOSUID, MNT_NOSUID},
+         {MS_NODEV, MNT_NODEV},
+         {MS_NOEXEC, MNT_NOEXEC},
+         {MS_NOATIME, MNT_NOATIME},
+         {MS_SYNCHRONOUS, MNT_SYNCHRONOUS}}};
 
-        for (const auto& [raw, flag] : flags) {
-            const std::string place = mountTmpfs(folder, std::to_string(raw), raw);
-            EXPECT_EQ(recordOf(place).f_flags, MNT_LOCAL | flag) << raw;
-        }
-    }));
+    for (const auto& [raw, flag] : flags) {
+        const std::string place = mounts.mountMemory(std::to_string(raw), raw);
+        EXPECT_EQ(recordOf(place).f_flags, MNT_LOCAL | flag) << raw;
+    }
 }
 
 TEST(MountTableTest, ABindMountIsTheSameVolumeWithAPlaceAndFlagsOfItsOwn) {
-    SEVRIN_WITH_OWN_MOUNTS(([] {
-        const FileFolder folder;
-        const std::string place = mountTmpfs(folder, "place");
-        folder.folder("place/inner");
-        const std::string other = folder.folder("other");
-        ASSERT_EQ(::mount((place + "/inner").c_str(), other.c_str(), nullptr, MS_BIND, nullptr), 0);
-        ASSERT_EQ(
-            ::mount(nullptr, other.c_str(), nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr), 0);
+    TestMounts mounts;
+    SEVRIN_SKIP_WITHOUT(mounts);
+    const std::string place = mounts.mountMemory("place");
+    mounts.makeFolder("place/inner");
+    const std::string other = mounts.makeFolder("other");
+    mounts.bind(place + "/inner", other, MS_RDONLY);
 
-        EXPECT_STREQ(recordOf(other).f_mntonname, other.c_str());
-        EXPECT_TRUE(isSameVolume(recordOf(other), recordOf(place)));
-        EXPECT_EQ(recordOf(other).f_flags & MNT_RDONLY, MNT_RDONLY);
-        EXPECT_EQ(recordOf(place).f_flags & MNT_RDONLY, 0U);
-    }));
+    EXPECT_STREQ(recordOf(other).f_mntonname, other.c_str());
+    EXPECT_TRUE(isSameVolume(recordOf(other), recordOf(place)));
+    EXPECT_EQ(recordOf(other).f_flags & MNT_RDONLY, MNT_RDONLY);
+    EXPECT_EQ(recordOf(place).f_flags & MNT_RDONLY, 0U);
 }
 
 TEST(MountTableTest, TwoVolumesOfOneKindAreTwo) {
-    SEVRIN_WITH_OWN_MOUNTS(([] {
-        const FileFolder folder;
+    TestMounts mounts;
+    SEVRIN_SKIP_WITHOUT(mounts);
 
-        const struct statfs one = recordOf(mountTmpfs(folder, "one"));
-        const struct statfs other = recordOf(mountTmpfs(folder, "other"));
+    const struct statfs one = recordOf(mounts.mountMemory("one"));
+    const struct statfs other = recordOf(mounts.mountMemory("other"));
 
-        EXPECT_FALSE(isSameVolume(one, other));
-        EXPECT_FALSE(isSameVolume(one, recordOf("/proc")));
-    }));
+    EXPECT_FALSE(isSameVolume(one, other));
+    EXPECT_FALSE(isSameVolume(one, recordOf("/proc")));
 }
 
 TEST(MountTableTest, AnOverlayIsAnotherVolumeThanTheOneBelow) {
-    SEVRIN_WITH_OWN_MOUNTS(([] {
-        const FileFolder folder;
-        const std::string place = mountTmpfs(folder, "place");
-        for (const char* name : {"place/lower", "place/upper", "place/work", "merged"}) {
-            folder.folder(name);
-        }
-        const std::string options =
-            "lowerdir=" + place + "/lower,upperdir=" + place + "/upper,workdir=" + place + "/work";
-        if (::mount("overlay", folder.at("merged").c_str(), "overlay", 0, options.c_str()) != 0) {
-            GTEST_SKIP() << "no overlay here: " << std::strerror(errno);
-        }
+    TestMounts mounts;
+    SEVRIN_SKIP_WITHOUT(mounts);
+    const std::string place = mounts.mountMemory("place");
+    const std::string merged = mounts.mountOverlay("place/merged");
+    SEVRIN_SKIP_WITHOUT(mounts);
 
-        EXPECT_FALSE(isSameVolume(recordOf(place), recordOf(folder.at("merged"))));
-        // Objects of an overlay may show the device of the file system below.
-        for (const char* name : {"place/lower/old", "merged/new"})
-            folder.file(name);
-        for (const char* name : {"merged/old", "merged/new"}) {
-            const std::string path = folder.at(name);
-            EXPECT_TRUE(isSameVolume(recordOf(path), recordOf(folder.at("merged")))) << name;
-            const attrlist list = listOf(ATTR_CMN_FSID);
-            std::array<char, 12> buffer{};
-            ASSERT_EQ(getattrlist(path.c_str(), &list, buffer.data(), buffer.size(), 0), 0);
-            const struct statfs record = recordOf(path);
-            EXPECT_EQ(std::memcmp(buffer.data() + 4, &record.f_fsid, sizeof record.f_fsid), 0);
-        }
-        EXPECT_STREQ(recordOf(folder.at("merged")).f_fstypename, "overlay");
-    }));
+    EXPECT_FALSE(isSameVolume(recordOf(place), recordOf(merged)));
+    // Objects of an overlay may show the device of the file system below.
+    for (const char* name : {"place/merged.lower/old", "place/merged/new"})
+        mounts.write(name);
+    for (const char* name : {"/old", "/new"}) {
+        const std::string path = merged + name;
+        EXPECT_TRUE(isSameVolume(recordOf(path), recordOf(merged))) << name;
+        const attrlist list = listOf(ATTR_CMN_FSID);
+        std::array<char, 12> buffer{};
+        ASSERT_EQ(getattrlist(path.c_str(), &list, buffer.data(), buffer.size(), 0), 0);
+        const struct statfs record = recordOf(path);
+        EXPECT_EQ(std::memcmp(buffer.data() + 4, &record.f_fsid, sizeof record.f_fsid), 0);
+    }
+    EXPECT_STREQ(recordOf(merged).f_fstypename, "overlay");
 }
 
 TEST(MountTableTest, OddPathsOfMountPointsComeBackByteForByte) {
-    SEVRIN_WITH_OWN_MOUNTS(([] {
-        const FileFolder folder;
-        std::string deep = "deep";
-        folder.folder(deep);
-        for (int i = 0; i < 8; ++i)
-            folder.folder(deep += '/' + std::string(200, 'd'));
+    TestMounts mounts;
+    SEVRIN_SKIP_WITHOUT(mounts);
+    std::string deep = "deep";
+    mounts.makeFolder(deep);
+    for (int i = 0; i < 8; ++i)
+        mounts.makeFolder(deep += '/' + std::string(200, 'd'));
 
-        for (const std::string& name :
-             {std::string("a b\tc\nd\\040e"), std::string("\xff\xfe"), deep + "/end"}) {
-            const std::string place = mountTmpfs(folder, name);
-            EXPECT_EQ(recordOf(place).f_mntonname, place);
-            EXPECT_EQ(countAt(allRecords(), place), 1);
-        }
-    }));
+    for (const std::string& name :
+         {std::string("a b\tc\nd\\040e"), std::string("\xff\xfe"), deep + "/end"}) {
+        const std::string place = mounts.mountMemory(name);
+        EXPECT_EQ(recordOf(place).f_mntonname, place);
+        EXPECT_EQ(countAt(allRecords(), place), 1);
+    }
 }
 
 TEST(MountTableTest, TheListHasEveryMountWithItsFigures) {
-    SEVRIN_WITH_OWN_MOUNTS(([] {
-        const FileFolder folder;
-        const std::string one = mountTmpfs(folder, "one");
-        const std::string other = mountTmpfs(folder, "other");
+    TestMounts mounts;
+    SEVRIN_SKIP_WITHOUT(mounts);
+    const std::string one = mounts.mountMemory("one");
+    const std::string other = mounts.mountMemory("other");
 
-        const std::vector<struct statfs> records = allRecords(MNT_WAIT);
+    const std::vector<struct statfs> records = allRecords(MNT_WAIT);
 
-        EXPECT_EQ(countAt(records, "/"), 1);
-        for (const std::string& place : {one, other}) {
-            const auto found = std::find_if(
-                records.begin(), records.end(),
-                [&](const struct statfs& record) { return place == record.f_mntonname; });
-            ASSERT_NE(found, records.end());
-            EXPECT_EQ(found->f_blocks * found->f_bsize, 1024U * 1024U);
-            EXPECT_TRUE(isSameVolume(*found, recordOf(place)));
-        }
-    }));
+    EXPECT_EQ(countAt(records, "/"), 1);
+    for (const std::string& place : {one, other}) {
+        const auto found =
+            std::find_if(records.begin(), records.end(),
+                         [&](const struct statfs& record) { return place == record.f_mntonname; });
+        ASSERT_NE(found, records.end());
+        EXPECT_EQ(found->f_blocks * found->f_bsize, 1024U * 1024U);
+        EXPECT_TRUE(isSameVolume(*found, recordOf(place)));
+    }
 }
 
 TEST(MountTableTest, AMountUnderAnotherIsNotListed) {
-    SEVRIN_WITH_OWN_MOUNTS(([] {
-        const FileFolder folder;
-        const std::string place = mountTmpfs(folder, "place");
-        ASSERT_EQ(::mount("upper", place.c_str(), "tmpfs", 0, nullptr), 0);
+    TestMounts mounts;
+    SEVRIN_SKIP_WITHOUT(mounts);
+    const std::string place = mounts.mountMemory("place");
+    ASSERT_EQ(::mount("upper", place.c_str(), "tmpfs", 0, nullptr), 0);
 
-        const std::vector<struct statfs> records = allRecords();
+    const std::vector<struct statfs> records = allRecords();
 
-        EXPECT_EQ(countAt(records, place), 1);
-        EXPECT_STREQ(recordOf(place).f_mntfromname, "upper");
-    }));
+    EXPECT_EQ(countAt(records, place), 1);
+    EXPECT_STREQ(recordOf(place).f_mntfromname, "upper");
 }
 
 TEST(MountTableTest, ABufferForFewGetsTheFirst) {
@@ -206,8 +191,8 @@ TEST(MountTableTest, AViewOfTheKernelIsNothingToBrowse) {
 
 // A file system in user space whose server has gone answers nothing any more: what a network mount
 // does whose server is gone.
-std::string mountWithoutServer(const FileFolder& folder, unsigned user) {
-    const std::string place = folder.folder("stale");
+std::string mountWithoutServer(const TestMounts& mounts, unsigned user) {
+    const std::string place = mounts.makeFolder("stale");
     const UniqueFd server(::open("/dev/fuse", O_RDWR | O_CLOEXEC));
     const std::string options = "fd=" + std::to_string(server.get()) +
                                 ",rootmode=40000,user_id=" + std::to_string(user) + ",group_id=0";
@@ -217,37 +202,35 @@ std::string mountWithoutServer(const FileFolder& folder, unsigned user) {
 }
 
 TEST(MountTableTest, AVolumeWhoseServerIsGoneIsListedWithoutFigures) {
-    SEVRIN_WITH_OWN_MOUNTS(([] {
-        const FileFolder folder;
-        const std::string place = mountWithoutServer(folder, ::geteuid());
-        if (place.empty()) GTEST_SKIP() << "no file systems in user space here";
+    TestMounts mounts;
+    SEVRIN_SKIP_WITHOUT(mounts);
+    const std::string place = mountWithoutServer(mounts, ::geteuid());
+    if (place.empty()) GTEST_SKIP() << "no file systems in user space here";
 
-        const std::vector<struct statfs> records = allRecords();
+    const std::vector<struct statfs> records = allRecords();
 
-        const auto found =
-            std::find_if(records.begin(), records.end(),
-                         [&](const struct statfs& record) { return place == record.f_mntonname; });
-        ASSERT_NE(found, records.end());
-        EXPECT_EQ(found->f_blocks, 0U);
-        EXPECT_TRUE(found->f_fsid.val[0] != 0 || found->f_fsid.val[1] != 0);
-        struct statfs record {};
-        EXPECT_EQ(statfs(place.c_str(), &record), -1);
-        EXPECT_EQ(errno, ENOTCONN);
-    }));
+    const auto found =
+        std::find_if(records.begin(), records.end(),
+                     [&](const struct statfs& record) { return place == record.f_mntonname; });
+    ASSERT_NE(found, records.end());
+    EXPECT_EQ(found->f_blocks, 0U);
+    EXPECT_TRUE(found->f_fsid.val[0] != 0 || found->f_fsid.val[1] != 0);
+    struct statfs record {};
+    EXPECT_EQ(statfs(place.c_str(), &record), -1);
+    EXPECT_EQ(errno, ENOTCONN);
 }
 
 TEST(MountTableTest, AVolumeOfAnotherUserNamesThatUser) {
-    SEVRIN_WITH_OWN_MOUNTS(([] {
-        const FileFolder folder;
-        const std::string place = mountWithoutServer(folder, ::geteuid() + 77);
-        if (place.empty()) GTEST_SKIP() << "no file systems in user space here";
+    TestMounts mounts;
+    SEVRIN_SKIP_WITHOUT(mounts);
+    const std::string place = mountWithoutServer(mounts, ::geteuid() + 77);
+    if (place.empty()) GTEST_SKIP() << "no file systems in user space here";
 
-        const struct statfs record = recordOf(place);
+    const struct statfs record = recordOf(place);
 
-        EXPECT_EQ(record.f_owner, ::geteuid() + 77);
-        EXPECT_STREQ(record.f_fstypename, "fuse.sevrin");
-        EXPECT_EQ(countAt(allRecords(), place), 1);
-    }));
+    EXPECT_EQ(record.f_owner, ::geteuid() + 77);
+    EXPECT_STREQ(record.f_fstypename, "fuse.sevrin");
+    EXPECT_EQ(countAt(allRecords(), place), 1);
 }
 
 TEST(MountTableTest, WhatIsNotThereHasNoVolume) {
@@ -263,45 +246,42 @@ TEST(MountTableTest, WhatIsNotThereHasNoVolume) {
 }
 
 TEST(MountTableTest, UnmountingTakesTheVolumeAway) {
-    SEVRIN_WITH_OWN_MOUNTS(([] {
-        const FileFolder folder;
-        const std::string place = mountTmpfs(folder, "place");
+    TestMounts mounts;
+    SEVRIN_SKIP_WITHOUT(mounts);
+    const std::string place = mounts.mountMemory("place");
 
-        EXPECT_EQ(unmount(place.c_str(), 0), 0);
+    EXPECT_EQ(unmount(place.c_str(), 0), 0);
 
-        EXPECT_EQ(countAt(allRecords(), place), 0);
-        EXPECT_EQ(unmount(place.c_str(), 0), -1);
-        EXPECT_EQ(errno, EINVAL);
-    }));
+    EXPECT_EQ(countAt(allRecords(), place), 0);
+    EXPECT_EQ(unmount(place.c_str(), 0), -1);
+    EXPECT_EQ(errno, EINVAL);
 }
 
 TEST(MountTableTest, AVolumeInUseIsUnmountedByForceAlone) {
-    SEVRIN_WITH_OWN_MOUNTS(([] {
-        const FileFolder folder;
-        const std::string place = mountTmpfs(folder, "place");
-        const UniqueFd file(::open(folder.file("place/a").c_str(), O_RDONLY | O_CLOEXEC));
+    TestMounts mounts;
+    SEVRIN_SKIP_WITHOUT(mounts);
+    const std::string place = mounts.mountMemory("place");
+    const UniqueFd file(::open(mounts.write("place/a").c_str(), O_RDONLY | O_CLOEXEC));
 
-        EXPECT_EQ(unmount(place.c_str(), 0), -1);
-        EXPECT_EQ(errno, EBUSY);
-        EXPECT_EQ(countAt(allRecords(), place), 1);
+    EXPECT_EQ(unmount(place.c_str(), 0), -1);
+    EXPECT_EQ(errno, EBUSY);
+    EXPECT_EQ(countAt(allRecords(), place), 1);
 
-        EXPECT_EQ(unmount(place.c_str(), MNT_FORCE), 0);
-        EXPECT_EQ(countAt(allRecords(), place), 0);
-    }));
+    EXPECT_EQ(unmount(place.c_str(), MNT_FORCE), 0);
+    EXPECT_EQ(countAt(allRecords(), place), 0);
 }
 
 TEST(MountTableTest, UnmountingDoesNotFollowALink) {
-    SEVRIN_WITH_OWN_MOUNTS(([] {
-        const FileFolder folder;
-        const std::string place = mountTmpfs(folder, "place");
-        const std::string link = folder.link("link", "place");
+    TestMounts mounts;
+    SEVRIN_SKIP_WITHOUT(mounts);
+    const std::string place = mounts.mountMemory("place");
+    const std::string link = mounts.makeLink("place", "link");
 
-        EXPECT_EQ(unmount(link.c_str(), 0), -1);
-        EXPECT_EQ(unmount(place.c_str(), 0x1), -1);
-        EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(unmount(link.c_str(), 0), -1);
+    EXPECT_EQ(unmount(place.c_str(), 0x1), -1);
+    EXPECT_EQ(errno, EINVAL);
 
-        EXPECT_EQ(countAt(allRecords(), place), 1);
-    }));
+    EXPECT_EQ(countAt(allRecords(), place), 1);
 }
 
 }  // namespace

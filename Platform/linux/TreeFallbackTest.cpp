@@ -24,8 +24,8 @@
 
 #include "Platform/NSFileManager.h"
 #include "Platform/TestFolder.h"
+#include "Platform/TestMounts.h"
 #include "Platform/UniqueFd.h"
-#include "Platform/linux/TestVolume.h"
 
 namespace sevrin::platform {
 namespace {
@@ -127,45 +127,48 @@ TEST(TreeFallbackTest, AFileSystemThatCannotLinkGetsACopyForEachName) {
 
 TEST(TreeFallbackTest, AMoveWhoseCopyCannotBeWrittenToTheDiskLeavesTheSource) {
     const TestFolder folder;
-    const TestVolume volume("tmpfs");
-    if (!volume) GTEST_SKIP() << "no volume can be mounted";
+    TestMounts mounts;
+    const std::string volume = mounts.mountKind("volume", "tmpfs");
+    SEVRIN_SKIP_WITHOUT(mounts);
     folder.makeFolder("a");
     folder.write("a/file", "content");
 
     EXPECT_TRUE(withoutCalls({{SYS_syncfs, EIO}}, [&] {
-        return codeOf(manager().moveItemAtPathToPath(folder / "a", volume.path() + "/a")) == EIO;
+        return codeOf(manager().moveItemAtPathToPath(folder / "a", volume + "/a")) == EIO;
     }));
 
     EXPECT_EQ(folder.read("a/file"), "content");
-    EXPECT_TRUE(std::filesystem::is_empty(volume.path()));
+    EXPECT_TRUE(std::filesystem::is_empty(volume));
 }
 
 TEST(TreeFallbackTest, AMoveThatCannotRemoveAnythingTakesItsCopyBack) {
     const TestFolder folder;
-    const TestVolume volume("tmpfs");
-    if (!volume) GTEST_SKIP() << "no volume can be mounted";
+    TestMounts mounts;
+    const std::string volume = mounts.mountKind("volume", "tmpfs");
+    SEVRIN_SKIP_WITHOUT(mounts);
     folder.makeFolder("a");
     const UniqueFd file(::open(folder.write("a/file", "content").c_str(), O_RDONLY | O_CLOEXEC));
     const int flags = FS_IMMUTABLE_FL;
     if (::ioctl(file.get(), FS_IOC_SETFLAGS, &flags) != 0)
         GTEST_SKIP() << "the file system has no flags";
 
-    const NSErrorPtr error = manager().moveItemAtPathToPath(folder / "a", volume.path() + "/a");
+    const NSErrorPtr error = manager().moveItemAtPathToPath(folder / "a", volume + "/a");
 
     const int none = 0;
     ::ioctl(file.get(), FS_IOC_SETFLAGS, &none);
     EXPECT_EQ(codeOf(error), EPERM);
     EXPECT_EQ(*error->userInfo().find(NSFilePathErrorKey), Value(folder / "a/file"));
     EXPECT_EQ(folder.read("a/file"), "content");
-    EXPECT_TRUE(std::filesystem::is_empty(volume.path()));
+    EXPECT_TRUE(std::filesystem::is_empty(volume));
 }
 
 // The write happens when the copy is being written to the disk: a filter cannot do that, but a
 // second process that waits for the copy can.
 TEST(TreeFallbackTest, WhatIsWrittenWhileAMoveRunsIsNeverLost) {
     const TestFolder folder;
-    const TestVolume volume("tmpfs");
-    if (!volume) GTEST_SKIP() << "no volume can be mounted";
+    TestMounts mounts;
+    const std::string volume = mounts.mountKind("volume", "tmpfs");
+    SEVRIN_SKIP_WITHOUT(mounts);
     int lost = 0;
     for (int round = 0; round < 50; ++round) {
         folder.makeFolder("a");
@@ -181,24 +184,23 @@ TEST(TreeFallbackTest, WhatIsWrittenWhileAMoveRunsIsNeverLost) {
             }
             ::_exit(1);
         }
-        static_cast<void>(manager().moveItemAtPathToPath(folder / "a", volume.path() + "/a"));
+        static_cast<void>(manager().moveItemAtPathToPath(folder / "a", volume + "/a"));
         int status = 0;
         ::waitpid(child, &status, 0);
         const bool wasWritten = WIFEXITED(status) && WEXITSTATUS(status) == 0;
-        const bool isThere =
-            folder.has("a/late") || manager().fileExistsAtPath(volume.path() + "/a/late");
+        const bool isThere = folder.has("a/late") || manager().fileExistsAtPath(volume + "/a/late");
         lost += wasWritten && !isThere ? 1 : 0;
         static_cast<void>(manager().removeItemAtPath(folder / "a"));
-        static_cast<void>(manager().removeItemAtPath(volume.path() + "/a"));
+        static_cast<void>(manager().removeItemAtPath(volume + "/a"));
     }
 
     EXPECT_EQ(lost, 0);
 }
 
 TEST(TreeFallbackTest, OnlyTheLettersOfANameMayChangeWhereTheyMeanTheSame) {
-    const TestVolume volume("xfs -n version=ci");
-    if (!volume) GTEST_SKIP() << "no file system that does not tell small letters from capitals";
-    const std::string path = volume.path();
+    TestMounts mounts;
+    const std::string path = mounts.mountImage("volume", "xfs -q -n version=ci");
+    SEVRIN_SKIP_WITHOUT(mounts);
     ASSERT_EQ(manager().createFileAtPath(path + "/name", "content"), nullptr);
     ASSERT_EQ(manager().createFileAtPath(path + "/other", ""), nullptr);
 

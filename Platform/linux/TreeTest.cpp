@@ -24,8 +24,8 @@
 #include "Platform/NSFileManager.h"
 #include "Platform/NSURL.h"
 #include "Platform/TestFolder.h"
+#include "Platform/TestMounts.h"
 #include "Platform/UniqueFd.h"
-#include "Platform/linux/TestVolume.h"
 
 namespace sevrin::platform {
 namespace {
@@ -333,76 +333,80 @@ TEST(TreeTest, PathsAroundTheLongestAreTaken) {
 
 TEST(TreeMoveTest, AMoveToAnotherVolumeTakesEverythingAlong) {
     const TestFolder folder;
-    const TestVolume volume("tmpfs");
-    if (!volume) GTEST_SKIP() << "no volume can be mounted";
+    TestMounts mounts;
+    const std::string volume = mounts.mountKind("volume", "tmpfs");
+    SEVRIN_SKIP_WITHOUT(mounts);
     folder.makeFolder("a");
     folder.write("a/file", "content");
     folder.makeLink("file", "a/link");
     ASSERT_EQ(::link((folder / "a/file").c_str(), (folder / "a/other").c_str()), 0);
 
-    ASSERT_EQ(manager().moveItemAtPathToPath(folder / "a", volume.path() + "/b"), nullptr);
+    ASSERT_EQ(manager().moveItemAtPathToPath(folder / "a", volume + "/b"), nullptr);
 
     EXPECT_FALSE(folder.has("a"));
-    EXPECT_TRUE(manager().fileExistsAtPath(volume.path() + "/b/link"));
+    EXPECT_TRUE(manager().fileExistsAtPath(volume + "/b/link"));
     struct stat found {};
-    ASSERT_EQ(::lstat((volume.path() + "/b/other").c_str(), &found), 0);
+    ASSERT_EQ(::lstat((volume + "/b/other").c_str(), &found), 0);
     EXPECT_EQ(found.st_nlink, 2U);
 }
 
 TEST(TreeMoveTest, AMoveToAnotherVolumeRefusesWhatIsThere) {
     const TestFolder folder;
-    const TestVolume volume("tmpfs");
-    if (!volume) GTEST_SKIP() << "no volume can be mounted";
+    TestMounts mounts;
+    const std::string volume = mounts.mountKind("volume", "tmpfs");
+    SEVRIN_SKIP_WITHOUT(mounts);
     folder.write("a", "a");
-    ASSERT_EQ(manager().createFileAtPath(volume.path() + "/b", "b"), nullptr);
+    ASSERT_EQ(manager().createFileAtPath(volume + "/b", "b"), nullptr);
 
-    EXPECT_EQ(codeOf(manager().moveItemAtPathToPath(folder / "a", volume.path() + "/b")), EEXIST);
+    EXPECT_EQ(codeOf(manager().moveItemAtPathToPath(folder / "a", volume + "/b")), EEXIST);
 
     EXPECT_EQ(folder.read("a"), "a");
-    EXPECT_EQ(std::filesystem::file_size(volume.path() + "/b"), 1U);
+    EXPECT_EQ(std::filesystem::file_size(volume + "/b"), 1U);
 }
 
 TEST(TreeMoveTest, AFullVolumeGetsNothingAndTheSourceStays) {
     const TestFolder folder;
-    const TestVolume volume("tmpfs", "size=1m");
-    if (!volume) GTEST_SKIP() << "no volume can be mounted";
+    TestMounts mounts;
+    const std::string volume = mounts.mountMemory("volume");
+    SEVRIN_SKIP_WITHOUT(mounts);
     folder.makeFolder("a");
     folder.write("a/small", "small");
     folder.write("a/large", std::string(4 << 20, 'x'));
 
-    EXPECT_EQ(codeOf(manager().moveItemAtPathToPath(folder / "a", volume.path() + "/a")), ENOSPC);
-    EXPECT_EQ(codeOf(manager().copyItemAtPathToPath(folder / "a", volume.path() + "/a")), ENOSPC);
+    EXPECT_EQ(codeOf(manager().moveItemAtPathToPath(folder / "a", volume + "/a")), ENOSPC);
+    EXPECT_EQ(codeOf(manager().copyItemAtPathToPath(folder / "a", volume + "/a")), ENOSPC);
 
     EXPECT_EQ(folder.read("a/small"), "small");
     EXPECT_EQ(folder.attributes("a/large").st_size, 4 << 20);
-    EXPECT_TRUE(std::filesystem::is_empty(volume.path()));
+    EXPECT_TRUE(std::filesystem::is_empty(volume));
 }
 
 TEST(TreeMoveTest, AVolumeThatIsReadOnlyGetsAndGivesNothing) {
     const TestFolder folder;
-    const TestVolume volume("tmpfs");
-    if (!volume) GTEST_SKIP() << "no volume can be mounted";
+    TestMounts mounts;
+    const std::string volume = mounts.mountKind("volume", "tmpfs");
+    SEVRIN_SKIP_WITHOUT(mounts);
     folder.write("a", "a");
-    ASSERT_EQ(manager().createFileAtPath(volume.path() + "/b", "b"), nullptr);
-    ASSERT_EQ(::mount(nullptr, volume.path().c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0);
+    ASSERT_EQ(manager().createFileAtPath(volume + "/b", "b"), nullptr);
+    TestMounts::makeReadOnly(volume);
 
-    EXPECT_EQ(codeOf(manager().moveItemAtPathToPath(folder / "a", volume.path() + "/a")), EROFS);
-    EXPECT_EQ(codeOf(manager().moveItemAtPathToPath(volume.path() + "/b", folder / "b")), EROFS);
+    EXPECT_EQ(codeOf(manager().moveItemAtPathToPath(folder / "a", volume + "/a")), EROFS);
+    EXPECT_EQ(codeOf(manager().moveItemAtPathToPath(volume + "/b", folder / "b")), EROFS);
 
     EXPECT_EQ(folder.read("a"), "a");
     EXPECT_FALSE(folder.has("b"));
-    EXPECT_TRUE(manager().fileExistsAtPath(volume.path() + "/b"));
+    EXPECT_TRUE(manager().fileExistsAtPath(volume + "/b"));
 }
 
 TEST(TreeRemovalTest, AMountedVolumeInATreeIsNotEmptied) {
     const TestFolder folder;
-    const TestVolume volume("tmpfs");
-    if (!volume) GTEST_SKIP() << "no volume can be mounted";
+    TestMounts mounts;
+    const std::string volume = mounts.mountKind("volume", "tmpfs");
+    SEVRIN_SKIP_WITHOUT(mounts);
     folder.makeFolder("a");
     folder.makeFolder("a/mount");
-    ASSERT_EQ(manager().createFileAtPath(volume.path() + "/kept", "kept"), nullptr);
-    ASSERT_EQ(
-        ::mount(volume.path().c_str(), (folder / "a/mount").c_str(), nullptr, MS_BIND, nullptr), 0);
+    ASSERT_EQ(manager().createFileAtPath(volume + "/kept", "kept"), nullptr);
+    mounts.bind(volume, folder / "a/mount");
 
     EXPECT_EQ(codeOf(manager().removeItemAtPath(folder / "a")), EBUSY);
     EXPECT_EQ(codeOf(manager().removeItemAtPath(folder / "a/mount")), EBUSY);
@@ -426,10 +430,11 @@ bool isShared(const std::string& path) {
 TEST(TreeCopyTest, StorageIsSharedWhereTheFileSystemCan) {
     bool wasTried = false;
     for (const char* kind : {"btrfs", "xfs"}) {
-        const TestVolume volume(kind);
-        if (!volume) continue;
+        TestMounts mounts;
+        const std::string volume = mounts.mountKind("volume", kind);
+        if (!mounts) continue;
         wasTried = true;
-        const std::string path = volume.path() + "/a";
+        const std::string path = volume + "/a";
         const std::string content(1 << 20, 'x');
         ASSERT_EQ(manager().createFileAtPath(path, content), nullptr);
 
@@ -443,11 +448,13 @@ TEST(TreeCopyTest, StorageIsSharedWhereTheFileSystemCan) {
 
 TEST(TreeMoveTest, WhatAVolumeCannotHoldKeepsTheSourceWhereItIs) {
     const TestFolder folder;
-    const TestVolume volume("ramfs");
+    TestMounts mounts;
+    const std::string volume = mounts.mountKind("volume", "ramfs");
+    SEVRIN_SKIP_WITHOUT(mounts);
     folder.write("a", "a");
-    if (!volume || !setAttribute(folder / "a", "user.note", "kept"))
-        GTEST_SKIP() << "no volume, or no extended attributes";
-    const std::string to = volume.path() + "/a";
+    if (!setAttribute(folder / "a", "user.note", "kept"))
+        GTEST_SKIP() << "no extended attributes here";
+    const std::string to = volume + "/a";
     ASSERT_EQ(manager().createFileAtPath(to, ""), nullptr);
     if (setAttribute(to, "user.note", "x")) GTEST_SKIP() << "every volume here has attributes";
     ASSERT_EQ(manager().removeItemAtPath(to), nullptr);

@@ -12,9 +12,10 @@
 #include "Platform/AttributeList.h"
 #include "Platform/DirectoryReader.h"
 #include "Platform/MountTable.h"
+#include "Platform/TestAttributes.h"
+#include "Platform/TestMounts.h"
 #include "Platform/UniqueFd.h"
 #include "Platform/VolumeCapabilities.h"
-#include "Platform/linux/TestMounts.h"
 
 namespace sevrin::platform {
 namespace {
@@ -86,7 +87,8 @@ std::string textOf(const std::array<unsigned char, 16>& uuid) {
 // A kind of volume that a test makes: how, and what its kind must claim.
 struct Kind {
     const char* name;
-    const char* make;  // gives it the label "Archive" and, instead of the word UUID, one
+    const char*
+        make;  // of mkfs; gives the volume the label "Archive" and, instead of the word UUID, one
     const char* size;
     std::uint32_t formatExpected;
     bool clones;
@@ -99,10 +101,10 @@ constexpr std::uint32_t kUnix = VOL_CAP_FMT_SYMBOLICLINKS | VOL_CAP_FMT_HARDLINK
 constexpr std::uint32_t kJournal = VOL_CAP_FMT_JOURNAL | VOL_CAP_FMT_JOURNAL_ACTIVE;
 
 const std::array kKinds = {
-    Kind{"ext4", "mkfs.ext4 -q -L Archive -U UUID", "32M", kUnix | kJournal, false},
-    Kind{"ext2", "mkfs.ext2 -q -L Archive -U UUID", "8M", kUnix, false},
-    Kind{"xfs", "mkfs.xfs -q -L Archive -m reflink=1,uuid=UUID", "320M", kUnix | kJournal, true},
-    Kind{"btrfs", "mkfs.btrfs -q -L Archive -U UUID", "128M", kUnix, true},
+    Kind{"ext4", "ext4 -q -L Archive -U UUID", "32M", kUnix | kJournal, false},
+    Kind{"ext2", "ext2 -q -L Archive -U UUID", "8M", kUnix, false},
+    Kind{"xfs", "xfs -q -L Archive -m reflink=1,uuid=UUID", "320M", kUnix | kJournal, true},
+    Kind{"btrfs", "btrfs -q -L Archive -U UUID", "128M", kUnix, true},
 };
 
 class VolumeKindTest : public ::testing::TestWithParam<Kind> {};
@@ -165,49 +167,46 @@ void expectClaimsKept(const Volume& volume, const std::string& place) {
 }
 
 TEST_P(VolumeKindTest, TellsItsIdentityAndKeepsItsClaims) {
-    SEVRIN_WITH_OWN_MOUNTS(([] {
-        const FileFolder folder;
-        const Kind& kind = GetParam();
-        const std::string uuid = newUuid();
-        std::string make = "PATH=$PATH:/usr/sbin:/sbin " + std::string(kind.make);
-        make.replace(make.find("UUID"), 4, uuid);
-        if (!mountImage(folder, make, kind.size)) GTEST_SKIP() << "no " << kind.name << " here";
-        const std::string place = folder.at("mount");
-        struct statvfs raw {};
-        ASSERT_EQ(::statvfs(place.c_str(), &raw), 0);
+    TestMounts mounts;
+    const Kind& kind = GetParam();
+    const std::string uuid = newUuid();
+    std::string make = kind.make;
+    make.replace(make.find("UUID"), 4, uuid);
+    const std::string place = mounts.mountImage("mount", make, kind.size);
+    SEVRIN_SKIP_WITHOUT(mounts);
+    struct statvfs raw {};
+    ASSERT_EQ(::statvfs(place.c_str(), &raw), 0);
 
-        const Volume volume = volumeAt(place);
+    const Volume volume = volumeAt(place);
 
-        EXPECT_EQ(volume.returned.volattr, kVolumeInfo);
-        EXPECT_EQ(volume.name, "Archive");
-        EXPECT_EQ(textOf(volume.uuid), uuid);
-        EXPECT_EQ(volume.size, static_cast<std::int64_t>(raw.f_blocks * raw.f_frsize));
-        EXPECT_LE(volume.spaceAvailable, volume.spaceFree);
-        EXPECT_LT(volume.spaceFree, volume.size);
-        EXPECT_EQ(volume.capabilities.capabilities[VOL_CAPABILITIES_FORMAT] &
-                      (kUnix | kJournal | VOL_CAP_FMT_NO_VOLUME_SIZES),
-                  kind.formatExpected);
-        EXPECT_EQ(volume.interface(VOL_CAP_INT_CLONE), kind.clones);
-        expectClaimsKept(volume, place);
-    }));
+    EXPECT_EQ(volume.returned.volattr, kVolumeInfo);
+    EXPECT_EQ(volume.name, "Archive");
+    EXPECT_EQ(textOf(volume.uuid), uuid);
+    EXPECT_EQ(volume.size, static_cast<std::int64_t>(raw.f_blocks * raw.f_frsize));
+    EXPECT_LE(volume.spaceAvailable, volume.spaceFree);
+    EXPECT_LT(volume.spaceFree, volume.size);
+    EXPECT_EQ(volume.capabilities.capabilities[VOL_CAPABILITIES_FORMAT] &
+                  (kUnix | kJournal | VOL_CAP_FMT_NO_VOLUME_SIZES),
+              kind.formatExpected);
+    EXPECT_EQ(volume.interface(VOL_CAP_INT_CLONE), kind.clones);
+    expectClaimsKept(volume, place);
 }
 
 INSTANTIATE_TEST_SUITE_P(Images, VolumeKindTest, ::testing::ValuesIn(kKinds),
                          [](const auto& tested) { return std::string(tested.param.name); });
 
 TEST(VolumeAttributesTest, AVolumeInMemoryHasNeitherNameNorUuid) {
-    SEVRIN_WITH_OWN_MOUNTS(([] {
-        const FileFolder folder;
-        const std::string place = mountTmpfs(folder, "place");
+    TestMounts mounts;
+    SEVRIN_SKIP_WITHOUT(mounts);
+    const std::string place = mounts.mountMemory("place");
 
-        const Volume volume = volumeAt(place);
+    const Volume volume = volumeAt(place);
 
-        EXPECT_EQ(volume.returned.volattr, kVolumeInfo & ~(ATTR_VOL_NAME | ATTR_VOL_UUID));
-        EXPECT_EQ(volume.size, 1024 * 1024);
-        EXPECT_EQ(volume.uuid, (std::array<unsigned char, 16>{}));
-        EXPECT_FALSE(volume.format(VOL_CAP_FMT_PERSISTENTOBJECTIDS));
-        expectClaimsKept(volume, place);
-    }));
+    EXPECT_EQ(volume.returned.volattr, kVolumeInfo & ~(ATTR_VOL_NAME | ATTR_VOL_UUID));
+    EXPECT_EQ(volume.size, 1024 * 1024);
+    EXPECT_EQ(volume.uuid, (std::array<unsigned char, 16>{}));
+    EXPECT_FALSE(volume.format(VOL_CAP_FMT_PERSISTENTOBJECTIDS));
+    expectClaimsKept(volume, place);
 }
 
 TEST(VolumeAttributesTest, AVolumeWithoutSizesSaysSo) {
@@ -220,73 +219,65 @@ TEST(VolumeAttributesTest, AVolumeWithoutSizesSaysSo) {
 }
 
 TEST(VolumeAttributesTest, AnExt4VolumeWithoutAJournalSaysSo) {
-    SEVRIN_WITH_OWN_MOUNTS(([] {
-        const FileFolder folder;
-        const std::string make = "PATH=$PATH:/usr/sbin:/sbin mkfs.ext4 -q -O ^has_journal";
-        if (!mountImage(folder, make, "16M")) GTEST_SKIP() << "no ext4 here";
+    TestMounts mounts;
+    const std::string place = mounts.mountImage("mount", "ext4 -q -O ^has_journal", "16M");
+    SEVRIN_SKIP_WITHOUT(mounts);
 
-        const Volume volume = volumeAt(folder.at("mount"));
+    const Volume volume = volumeAt(place);
 
-        EXPECT_FALSE(volume.format(VOL_CAP_FMT_JOURNAL_ACTIVE));
-        EXPECT_FALSE(volume.returned.volattr & ATTR_VOL_NAME);
-    }));
+    EXPECT_FALSE(volume.format(VOL_CAP_FMT_JOURNAL_ACTIVE));
+    EXPECT_FALSE(volume.returned.volattr & ATTR_VOL_NAME);
 }
 
 TEST(VolumeAttributesTest, AnXfsVolumeThatSharesNoBlocksSaysSo) {
-    SEVRIN_WITH_OWN_MOUNTS(([] {
-        const FileFolder folder;
-        const std::string make = "PATH=$PATH:/usr/sbin:/sbin mkfs.xfs -q -m reflink=0";
-        if (!mountImage(folder, make, "320M")) GTEST_SKIP() << "no xfs here";
+    TestMounts mounts;
+    const std::string place = mounts.mountImage("mount", "xfs -q -m reflink=0");
+    SEVRIN_SKIP_WITHOUT(mounts);
 
-        const Volume volume = volumeAt(folder.at("mount"));
+    const Volume volume = volumeAt(place);
 
-        EXPECT_TRUE(volume.format(VOL_CAP_FMT_CASE_SENSITIVE));
-        EXPECT_FALSE(volume.interface(VOL_CAP_INT_CLONE));
-        EXPECT_FALSE(clones(folder.at("mount")));
-    }));
+    EXPECT_TRUE(volume.format(VOL_CAP_FMT_CASE_SENSITIVE));
+    EXPECT_FALSE(volume.interface(VOL_CAP_INT_CLONE));
+    EXPECT_FALSE(clones(place));
 }
 
 TEST(VolumeAttributesTest, AFatVolumeKeepsNoOwnersAndNoBigFiles) {
-    SEVRIN_WITH_OWN_MOUNTS(([] {
-        const FileFolder folder;
-        const std::string make = "PATH=$PATH:/usr/sbin:/sbin mkfs.vfat -n ARCHIVE";
-        if (!mountImage(folder, make, "16M")) GTEST_SKIP() << "no vfat here";
-        const std::string place = folder.at("mount");
+    TestMounts mounts;
+    const std::string place = mounts.mountImage("mount", "vfat -n ARCHIVE", "16M");
+    SEVRIN_SKIP_WITHOUT(mounts);
 
-        const Volume volume = volumeAt(place);
+    const Volume volume = volumeAt(place);
 
-        EXPECT_EQ(volume.name, "ARCHIVE");
-        EXPECT_EQ(volume.returned.volattr & ATTR_VOL_UUID, 0U);
-        EXPECT_FALSE(volume.format(VOL_CAP_FMT_2TB_FILESIZE));
-        EXPECT_FALSE(volume.format(VOL_CAP_FMT_SYMBOLICLINKS));
-        struct statfs record {};
-        ASSERT_EQ(statfs(place.c_str(), &record), 0);
-        EXPECT_EQ(record.f_flags & MNT_IGNORE_OWNERSHIP, MNT_IGNORE_OWNERSHIP);
-        EXPECT_EQ(volume.attributes.nativeattr.commonattr & ATTR_CMN_OWNERID, 0U);
-    }));
+    EXPECT_EQ(volume.name, "ARCHIVE");
+    EXPECT_EQ(volume.returned.volattr & ATTR_VOL_UUID, 0U);
+    EXPECT_FALSE(volume.format(VOL_CAP_FMT_2TB_FILESIZE));
+    EXPECT_FALSE(volume.format(VOL_CAP_FMT_SYMBOLICLINKS));
+    struct statfs record {};
+    ASSERT_EQ(statfs(place.c_str(), &record), 0);
+    EXPECT_EQ(record.f_flags & MNT_IGNORE_OWNERSHIP, MNT_IGNORE_OWNERSHIP);
+    EXPECT_EQ(volume.attributes.nativeattr.commonattr & ATTR_CMN_OWNERID, 0U);
 }
 
 TEST(VolumeAttributesTest, AttributeSetsSayWhatRecordsThenHold) {
-    SEVRIN_WITH_OWN_MOUNTS(([] {
-        const FileFolder folder;
-        const std::string place = mountTmpfs(folder, "place");
-        const std::string file = folder.file("place/a");
-        const attrlist all = listOf(0xFFFF'FFFF, 0x3F, 0x37AF);
-        AttributeBuffer buffer;
-        ASSERT_EQ(getattrlist(file.c_str(), &all, buffer.data(), buffer.size(), kOptions), 0);
-        RecordReader record(buffer.data());
-        record.take<std::uint32_t>();
-        const auto held = record.take<attribute_set_t>();
+    TestMounts mounts;
+    SEVRIN_SKIP_WITHOUT(mounts);
+    const std::string place = mounts.mountMemory("place");
+    const std::string file = mounts.write("place/a");
+    const attrlist all = listOf(0xFFFF'FFFF, 0x3F, 0x37AF);
+    AttributeBuffer buffer;
+    ASSERT_EQ(getattrlist(file.c_str(), &all, buffer.data(), buffer.size(), kOptions), 0);
+    RecordReader record(buffer.data());
+    record.take<std::uint32_t>();
+    const auto held = record.take<attribute_set_t>();
 
-        const vol_attributes_attr_t sets = volumeAt(place).attributes;
+    const vol_attributes_attr_t sets = volumeAt(place).attributes;
 
-        EXPECT_EQ(sets.validattr.commonattr & ~ATTR_CMN_ERROR, held.commonattr);
-        EXPECT_EQ(sets.validattr.fileattr, held.fileattr);
-        EXPECT_EQ(sets.validattr.dirattr & 0x7, 0x7U);
-        EXPECT_EQ(sets.nativeattr.dirattr & ATTR_DIR_ENTRYCOUNT, 0U);
-        EXPECT_EQ(sets.nativeattr.commonattr & ~sets.validattr.commonattr, 0U);
-        EXPECT_EQ(sets.validattr.volattr & ATTR_VOL_UUID, 0U);
-    }));
+    EXPECT_EQ(sets.validattr.commonattr & ~ATTR_CMN_ERROR, held.commonattr);
+    EXPECT_EQ(sets.validattr.fileattr, held.fileattr);
+    EXPECT_EQ(sets.validattr.dirattr & 0x7, 0x7U);
+    EXPECT_EQ(sets.nativeattr.dirattr & ATTR_DIR_ENTRYCOUNT, 0U);
+    EXPECT_EQ(sets.nativeattr.commonattr & ~sets.validattr.commonattr, 0U);
+    EXPECT_EQ(sets.validattr.volattr & ATTR_VOL_UUID, 0U);
 }
 
 TEST(VolumeAttributesTest, OnlyAMountPointIsAVolume) {
@@ -313,29 +304,28 @@ TEST(VolumeAttributesTest, SizesAloneFitTheirSmallBuffer) {
 }
 
 TEST(VolumeAttributesTest, MountPointsAreMarkedInListings) {
-    SEVRIN_WITH_OWN_MOUNTS(([] {
-        const FileFolder folder;
-        mountTmpfs(folder, "place");
-        folder.folder("folder");
-        const UniqueFd directory(::open(folder.path().c_str(), O_RDONLY | O_CLOEXEC));
-        const attrlist list =
-            listOf(ATTR_CMN_RETURNED_ATTRS | ATTR_CMN_NAME | ATTR_CMN_FSID, ATTR_DIR_MOUNTSTATUS);
-        AttributeBuffer buffer;
-        ASSERT_EQ(getattrlistbulk(directory.get(), &list, buffer.data(), buffer.size(), 0), 2);
+    TestMounts mounts;
+    SEVRIN_SKIP_WITHOUT(mounts);
+    mounts.mountMemory("place");
+    mounts.makeFolder("folder");
+    const UniqueFd directory(::open(mounts.path().c_str(), O_RDONLY | O_CLOEXEC));
+    const attrlist list =
+        listOf(ATTR_CMN_RETURNED_ATTRS | ATTR_CMN_NAME | ATTR_CMN_FSID, ATTR_DIR_MOUNTSTATUS);
+    AttributeBuffer buffer;
+    ASSERT_EQ(getattrlistbulk(directory.get(), &list, buffer.data(), buffer.size(), 0), 2);
 
-        const char* at = buffer.data();
-        for (int i = 0; i < 2; ++i) {
-            RecordReader record(at);
-            at += record.take<std::uint32_t>();
-            record.take<attribute_set_t>();
-            const std::string name = record.takeText();
-            const auto identity = record.take<fsid_t>();
-            struct statfs volume {};
-            ASSERT_EQ(statfs(folder.at(name).c_str(), &volume), 0);
-            EXPECT_EQ(std::memcmp(&identity, &volume.f_fsid, sizeof identity), 0) << name;
-            EXPECT_EQ(record.take<std::uint32_t>(), name == "place" ? DIR_MNTSTATUS_MNTPOINT : 0U);
-        }
-    }));
+    const char* at = buffer.data();
+    for (int i = 0; i < 2; ++i) {
+        RecordReader record(at);
+        at += record.take<std::uint32_t>();
+        record.take<attribute_set_t>();
+        const std::string name = record.takeText();
+        const auto identity = record.take<fsid_t>();
+        struct statfs volume {};
+        ASSERT_EQ(statfs((mounts / name).c_str(), &volume), 0);
+        EXPECT_EQ(std::memcmp(&identity, &volume.f_fsid, sizeof identity), 0) << name;
+        EXPECT_EQ(record.take<std::uint32_t>(), name == "place" ? DIR_MNTSTATUS_MNTPOINT : 0U);
+    }
 }
 
 TEST(VolumeAttributesTest, TakingReadersAwayReachesTheVolumes) {

@@ -6,7 +6,7 @@
 #include <sys/sysmacros.h>
 
 #include "Platform/TestAttributes.h"
-#include "Platform/linux/TestMounts.h"
+#include "Platform/TestMounts.h"
 
 namespace sevrin::platform {
 namespace {
@@ -54,10 +54,9 @@ TEST(VolumeIdentityTest, ALinkIsFoundByTheDeviceThatItLeadsTo) {
 TEST(VolumeIdentityTest, TheBytesOnADeviceTellUuidAndLabel) {
     const FileFolder folder;
     const std::string image = folder.at("image");
-    const bool isMade = runs("truncate -s 4M " + image) &&
-                        runs(std::string("PATH=$PATH:/usr/sbin:/sbin mkfs.ext4 -q -L archive -U ") +
-                             kUuid + ' ' + image);
-    if (!isMade) GTEST_SKIP() << "no mkfs.ext4 here";
+    const std::string missing =
+        makeImage(image, std::string("ext4 -q -L archive -U ") + kUuid, "4M");
+    if (!missing.empty()) GTEST_SKIP() << missing;
 
     EXPECT_EQ(fieldOnDevice(image.c_str(), "UUID"), kUuid);
     EXPECT_EQ(fieldOnDevice(image.c_str(), "LABEL"), "archive");

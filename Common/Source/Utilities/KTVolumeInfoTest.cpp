@@ -16,8 +16,8 @@
 #include "Common/Source/Utilities/KTSymbolicLink.h"
 #include "Common/Source/Utilities/SVException.h"
 #include "Common/Source/Utilities/TestLogger.h"
-#include "Common/Source/Utilities/TestVolumes.h"
 #include "Platform/SequentialCoder.h"
+#include "Platform/TestMounts.h"
 
 namespace sevrin {
 namespace {
@@ -25,6 +25,7 @@ namespace {
 using platform::SequentialDecoder;
 using platform::SequentialEncoder;
 using platform::TestFolder;
+using platform::TestMounts;
 using platform::Value;
 
 KTVolumeInfoPtr volumeOf(std::string_view path) {
@@ -69,136 +70,127 @@ TEST(KTVolumeInfoTest, ARecordWhoseMountPointIsGoneHasNoAttributes) {
 }
 
 TEST(KTVolumeInfoTest, AVolumeInMemoryTellsItsFacts) {
-    SEVRIN_WITH_VOLUMES_OF_ITS_OWN(([] {
-        const VolumeFolder folder;
-        const std::string place = mountMemory(folder, "mount", MS_NOSUID | MS_NOEXEC);
-        const auto volume = volumeOf(place);
+    TestMounts mounts;
+    SEVRIN_SKIP_WITHOUT(mounts);
+    const std::string place = mounts.mountMemory("mount", MS_NOSUID | MS_NOEXEC);
+    const auto volume = volumeOf(place);
 
-        EXPECT_EQ(volume->path(), KTPath::realPath(place)->path());
-        EXPECT_EQ(volume->cPath(), volume->path());
-        EXPECT_EQ(volume->url()->path(), volume->path());
-        EXPECT_EQ(volume->displayName(), "mount");
-        EXPECT_EQ(volume->displayPath(), "mount:");
-        EXPECT_STREQ(volume->cFilesystemType(), "tmpfs");
-        EXPECT_STREQ(volume->cDeviceName(), "scratch");
-        EXPECT_EQ(volume->deviceName(), "scratch");
-        EXPECT_EQ(volume->totalBytes(), 1 << 20);
-        EXPECT_GT(volume->blockSize(), 0U);
-        EXPECT_TRUE(volume->isWritable());
-        EXPECT_TRUE(volume->isLocal());
-        EXPECT_FALSE(volume->allowsExec());
-        EXPECT_FALSE(volume->allowsSUID());
-        EXPECT_TRUE(volume->usesOwnership());
-        EXPECT_EQ(volume->description(), "KTVolumeInfo(\"mount\"," + volume->path() + ")");
-        EXPECT_FALSE(volume->wholeDeviceIdentifier().isNull());
-        EXPECT_TRUE(volume->hasVolumeSizes());
-        EXPECT_TRUE(volume->hasSymbolicLinks());
-        EXPECT_TRUE(volume->hasHardLinks());
-        EXPECT_FALSE(volume->hasJournal());
-        EXPECT_FALSE(volume->hasExchangeData());
-        EXPECT_GT(volume->maxFileSize(), std::int64_t{1} << 40);
-    }));
+    EXPECT_EQ(volume->path(), KTPath::realPath(place)->path());
+    EXPECT_EQ(volume->cPath(), volume->path());
+    EXPECT_EQ(volume->url()->path(), volume->path());
+    EXPECT_EQ(volume->displayName(), "mount");
+    EXPECT_EQ(volume->displayPath(), "mount:");
+    EXPECT_STREQ(volume->cFilesystemType(), "tmpfs");
+    EXPECT_STREQ(volume->cDeviceName(), "scratch");
+    EXPECT_EQ(volume->deviceName(), "scratch");
+    EXPECT_EQ(volume->totalBytes(), 1 << 20);
+    EXPECT_GT(volume->blockSize(), 0U);
+    EXPECT_TRUE(volume->isWritable());
+    EXPECT_TRUE(volume->isLocal());
+    EXPECT_FALSE(volume->allowsExec());
+    EXPECT_FALSE(volume->allowsSUID());
+    EXPECT_TRUE(volume->usesOwnership());
+    EXPECT_EQ(volume->description(), "KTVolumeInfo(\"mount\"," + volume->path() + ")");
+    EXPECT_FALSE(volume->wholeDeviceIdentifier().isNull());
+    EXPECT_TRUE(volume->hasVolumeSizes());
+    EXPECT_TRUE(volume->hasSymbolicLinks());
+    EXPECT_TRUE(volume->hasHardLinks());
+    EXPECT_FALSE(volume->hasJournal());
+    EXPECT_FALSE(volume->hasExchangeData());
+    EXPECT_GT(volume->maxFileSize(), std::int64_t{1} << 40);
 }
 
 TEST(KTVolumeInfoTest, AVolumeWithoutAUUIDIsNamedByItsMount) {
-    SEVRIN_WITH_VOLUMES_OF_ITS_OWN(([] {
-        const VolumeFolder folder;
-        const auto volume = volumeOf(mountMemory(folder, "mount"));
+    TestMounts mounts;
+    SEVRIN_SKIP_WITHOUT(mounts);
+    const auto volume = volumeOf(mounts.mountMemory("mount"));
 
-        EXPECT_EQ(volume->uuid(), KTVolumeInfo::UUID{});
-        EXPECT_EQ(volume->uuidCStr(), nullptr);
-        EXPECT_TRUE(
-            std::regex_match(volume->syntheticUUID(), std::regex("FSID-[0-9a-f]{4,}-[0-9a-f]{4,}")))
-            << volume->syntheticUUID();
-    }));
+    EXPECT_EQ(volume->uuid(), KTVolumeInfo::UUID{});
+    EXPECT_EQ(volume->uuidCStr(), nullptr);
+    EXPECT_TRUE(
+        std::regex_match(volume->syntheticUUID(), std::regex("FSID-[0-9a-f]{4,}-[0-9a-f]{4,}")))
+        << volume->syntheticUUID();
 }
 
 TEST(KTVolumeInfoTest, FreeSizesAreThoseOfTheLastLook) {
-    SEVRIN_WITH_VOLUMES_OF_ITS_OWN(([] {
-        const VolumeFolder folder;
-        const auto volume = volumeOf(mountMemory(folder, "mount"));
-        const std::int64_t before = volume->freeBytes();
-        folder.write("mount/a", std::string(100'000, 'x'));
+    TestMounts mounts;
+    SEVRIN_SKIP_WITHOUT(mounts);
+    const auto volume = volumeOf(mounts.mountMemory("mount"));
+    const std::int64_t before = volume->freeBytes();
+    mounts.write("mount/a", std::string(100'000, 'x'));
 
-        EXPECT_EQ(volume->freeBytes(), before);
-        volume->reloadSizes();
-        EXPECT_LE(volume->freeBytes(), before - 100'000);
-        EXPECT_EQ(volume->availableBytes(), volume->freeBytes());
-        EXPECT_EQ(volume->stat().f_bfree * volume->blockSize(), static_cast<std::uint64_t>(before));
-        volume->reloadStats();
-        EXPECT_EQ(volume->stat().f_bfree * volume->blockSize(),
-                  static_cast<std::uint64_t>(volume->freeBytes()));
-    }));
+    EXPECT_EQ(volume->freeBytes(), before);
+    volume->reloadSizes();
+    EXPECT_LE(volume->freeBytes(), before - 100'000);
+    EXPECT_EQ(volume->availableBytes(), volume->freeBytes());
+    EXPECT_EQ(volume->stat().f_bfree * volume->blockSize(), static_cast<std::uint64_t>(before));
+    volume->reloadStats();
+    EXPECT_EQ(volume->stat().f_bfree * volume->blockSize(),
+              static_cast<std::uint64_t>(volume->freeBytes()));
 }
 
 TEST(KTVolumeInfoTest, AReadOnlyVolumeIsNotWritable) {
-    SEVRIN_WITH_VOLUMES_OF_ITS_OWN(([] {
-        const VolumeFolder folder;
-        const auto volume = volumeOf(mountMemory(folder, "mount", MS_RDONLY));
+    TestMounts mounts;
+    SEVRIN_SKIP_WITHOUT(mounts);
+    const auto volume = volumeOf(mounts.mountMemory("mount", MS_RDONLY));
 
-        EXPECT_FALSE(volume->isWritable());
-        EXPECT_TRUE(volume->allowsExec());
-        EXPECT_TRUE(volume->allowsSUID());
-    }));
+    EXPECT_FALSE(volume->isWritable());
+    EXPECT_TRUE(volume->allowsExec());
+    EXPECT_TRUE(volume->allowsSUID());
 }
 
 TEST(KTVolumeInfoTest, AVolumeThatIsMountedTwiceIsOne) {
-    SEVRIN_WITH_VOLUMES_OF_ITS_OWN(([] {
-        const VolumeFolder folder;
-        const std::string place = mountMemory(folder, "mount");
-        folder.makeFolder("mount/inner");
-        const std::string again = folder.makeFolder("again");
-        ASSERT_EQ(::mount(place.c_str(), again.c_str(), nullptr, MS_BIND, nullptr), 0);
+    TestMounts mounts;
+    SEVRIN_SKIP_WITHOUT(mounts);
+    const std::string place = mounts.mountMemory("mount");
+    mounts.makeFolder("mount/inner");
+    const std::string again = mounts.makeFolder("again");
+    mounts.bind(place, again);
 
-        EXPECT_TRUE(volumeOf(place)->isEqual(*volumeOf(again)));
-        EXPECT_NE(volumeOf(place)->path(), volumeOf(again)->path());
-        EXPECT_EQ(volumeOf(place)->relativePathOfPath(*KTPath::pathWithPath(again + "/inner")),
-                  "inner");
-        EXPECT_EQ(volumeOf(place)->relativePathOfPath(*KTPath::pathWithPath(folder.path())),
-                  std::nullopt);
-    }));
+    EXPECT_TRUE(volumeOf(place)->isEqual(*volumeOf(again)));
+    EXPECT_NE(volumeOf(place)->path(), volumeOf(again)->path());
+    EXPECT_EQ(volumeOf(place)->relativePathOfPath(*KTPath::pathWithPath(again + "/inner")),
+              "inner");
+    EXPECT_EQ(volumeOf(place)->relativePathOfPath(*KTPath::pathWithPath(mounts.path())),
+              std::nullopt);
 }
 
 TEST(KTVolumeInfoTest, AVolumeOfADiskTellsItsIdentityAndJournal) {
-    SEVRIN_WITH_VOLUMES_OF_ITS_OWN(([] {
-        const VolumeFolder folder;
-        const std::string place = mountImage(
-            folder, "mkfs.ext4 -q -L Data -U 01234567-89ab-cdef-0123-456789abcdef", "8M");
-        if (place.empty()) GTEST_SKIP() << "this machine cannot make and mount an ext4 image";
-        const auto volume = volumeOf(place);
+    TestMounts mounts;
+    const std::string place =
+        mounts.mountImage("mount", "ext4 -q -L Data -U 01234567-89ab-cdef-0123-456789abcdef", "8M");
+    SEVRIN_SKIP_WITHOUT(mounts);
+    const auto volume = volumeOf(place);
 
-        EXPECT_STREQ(volume->cFilesystemType(), "ext4");
-        EXPECT_STREQ(volume->cName(), "Data");
-        EXPECT_EQ(volume->name(), "Data");
-        ASSERT_NE(volume->uuidCStr(), nullptr);
-        EXPECT_STREQ(volume->uuidCStr(), "01234567-89AB-CDEF-0123-456789ABCDEF");
-        EXPECT_EQ(volume->syntheticUUID(), "01234567-89AB-CDEF-0123-456789ABCDEF");
-        EXPECT_TRUE(volume->hasJournal());
-        EXPECT_TRUE(volume->hasPersistentObjects());
-        EXPECT_TRUE(volume->isCaseSensitive());
-        EXPECT_TRUE(volume->has2TBFiles());
-        EXPECT_TRUE(volume->isLocal());
-        EXPECT_GT(volume->totalBytes(), volume->freeBytes());
-        EXPECT_GT(volume->freeBytes(), 0);
-        EXPECT_TRUE(volume->copy()->uuidCStr() != nullptr &&
-                    volume->copy()->uuidCStr() != volume->uuidCStr());
-    }));
+    EXPECT_STREQ(volume->cFilesystemType(), "ext4");
+    EXPECT_STREQ(volume->cName(), "Data");
+    EXPECT_EQ(volume->name(), "Data");
+    ASSERT_NE(volume->uuidCStr(), nullptr);
+    EXPECT_STREQ(volume->uuidCStr(), "01234567-89AB-CDEF-0123-456789ABCDEF");
+    EXPECT_EQ(volume->syntheticUUID(), "01234567-89AB-CDEF-0123-456789ABCDEF");
+    EXPECT_TRUE(volume->hasJournal());
+    EXPECT_TRUE(volume->hasPersistentObjects());
+    EXPECT_TRUE(volume->isCaseSensitive());
+    EXPECT_TRUE(volume->has2TBFiles());
+    EXPECT_TRUE(volume->isLocal());
+    EXPECT_GT(volume->totalBytes(), volume->freeBytes());
+    EXPECT_GT(volume->freeBytes(), 0);
+    EXPECT_TRUE(volume->copy()->uuidCStr() != nullptr &&
+                volume->copy()->uuidCStr() != volume->uuidCStr());
 }
 
 TEST(KTVolumeInfoTest, AVolumeWithoutLargeFilesHasFourGibibytes) {
-    SEVRIN_WITH_VOLUMES_OF_ITS_OWN(([] {
-        const VolumeFolder folder;
-        const std::string place = mountImage(folder, "mkfs.vfat", "8M");
-        if (place.empty()) GTEST_SKIP() << "this machine cannot make and mount a vfat image";
-        const auto volume = volumeOf(place);
+    TestMounts mounts;
+    const std::string place = mounts.mountImage("mount", "vfat", "8M");
+    SEVRIN_SKIP_WITHOUT(mounts);
+    const auto volume = volumeOf(place);
 
-        EXPECT_FALSE(volume->has2TBFiles());
-        EXPECT_EQ(volume->maxFileSize(), 4'294'967'296);
-        EXPECT_FALSE(volume->hasSymbolicLinks());
-        EXPECT_FALSE(volume->hasHardLinks());
-        EXPECT_FALSE(volume->isCaseSensitive());
-        EXPECT_FALSE(volume->usesOwnership());
-    }));
+    EXPECT_FALSE(volume->has2TBFiles());
+    EXPECT_EQ(volume->maxFileSize(), 4'294'967'296);
+    EXPECT_FALSE(volume->hasSymbolicLinks());
+    EXPECT_FALSE(volume->hasHardLinks());
+    EXPECT_FALSE(volume->isCaseSensitive());
+    EXPECT_FALSE(volume->usesOwnership());
 }
 
 TEST(KTVolumeInfoTest, AVolumeWithoutSizesSaysSo) {
@@ -217,24 +209,23 @@ TEST(KTVolumeInfoTest, AVolumeThatTellsNothingOfLargeFilesHasFourGibibytes) {
 }
 
 TEST(KTVolumeInfoTest, TheListHasEveryVolumeAndItsBrowsablePartOnlyThose) {
-    SEVRIN_WITH_VOLUMES_OF_ITS_OWN(([] {
-        const VolumeFolder folder;
-        const auto mounted = volumeOf(mountMemory(folder, "mount"));
-        const auto has = [](const std::vector<KTVolumeInfoPtr>& volumes, const KTVolumeInfo& one) {
-            return std::any_of(volumes.begin(), volumes.end(), [&](const KTVolumeInfoPtr& volume) {
-                return volume->isEqual(one) && volume->path() == one.path();
-            });
-        };
-        const auto all = KTVolumeInfo::allVolumes();
-        const auto browsable = KTVolumeInfo::browsableVolumes();
+    TestMounts mounts;
+    SEVRIN_SKIP_WITHOUT(mounts);
+    const auto mounted = volumeOf(mounts.mountMemory("mount"));
+    const auto has = [](const std::vector<KTVolumeInfoPtr>& volumes, const KTVolumeInfo& one) {
+        return std::any_of(volumes.begin(), volumes.end(), [&](const KTVolumeInfoPtr& volume) {
+            return volume->isEqual(one) && volume->path() == one.path();
+        });
+    };
+    const auto all = KTVolumeInfo::allVolumes();
+    const auto browsable = KTVolumeInfo::browsableVolumes();
 
-        EXPECT_TRUE(has(all, *mounted));
-        EXPECT_TRUE(has(all, *volumeOf("/proc")));
-        EXPECT_FALSE(has(browsable, *volumeOf("/proc")));
-        EXPECT_TRUE(std::all_of(browsable.begin(), browsable.end(),
-                                [](const auto& volume) { return volume->isBrowsable(); }));
-        EXPECT_LT(browsable.size(), all.size());
-    }));
+    EXPECT_TRUE(has(all, *mounted));
+    EXPECT_TRUE(has(all, *volumeOf("/proc")));
+    EXPECT_FALSE(has(browsable, *volumeOf("/proc")));
+    EXPECT_TRUE(std::all_of(browsable.begin(), browsable.end(),
+                            [](const auto& volume) { return volume->isBrowsable(); }));
+    EXPECT_LT(browsable.size(), all.size());
 }
 
 TEST(KTVolumeInfoTest, EveryCapabilityHasItsBit) {
@@ -342,94 +333,88 @@ TEST(KTVolumeInfoTest, ThereIsNoDataVolumeWithoutAFirmlink) {
 }
 
 TEST(KTVolumeInfoTest, UnmountingEndsTheMount) {
-    SEVRIN_WITH_VOLUMES_OF_ITS_OWN(([] {
-        const VolumeFolder folder;
-        const std::string place = mountMemory(folder, "mount");
-        const auto volume = volumeOf(place);
+    TestMounts mounts;
+    SEVRIN_SKIP_WITHOUT(mounts);
+    const std::string place = mounts.mountMemory("mount");
+    const auto volume = volumeOf(place);
 
-        volume->unmount();
+    volume->unmount();
 
-        EXPECT_FALSE(volumeOf(place)->isEqual(*volume));
-    }));
+    EXPECT_FALSE(volumeOf(place)->isEqual(*volume));
 }
 
 TEST(KTVolumeInfoTest, AVolumeInUseIsUnmountedByForceOnly) {
-    SEVRIN_WITH_VOLUMES_OF_ITS_OWN(([] {
-        const VolumeFolder folder;
-        const std::string place = mountMemory(folder, "mount");
-        const auto volume = volumeOf(place);
-        const std::ofstream user(folder / "mount/open");
-        try {
-            volume->unmount();
-            FAIL();
-        } catch (const SVException& exception) {
-            EXPECT_EQ(exception.reason(), "cannot unmount volume");
-            EXPECT_EQ(*exception.details().find("POSIXErr"), Value(EBUSY));
-            EXPECT_EQ(*exception.details().find("name"), Value("mount"));
-            EXPECT_EQ(*exception.details().find("Path"), Value(volume->path()));
-            EXPECT_EQ(*exception.details().find("forcably"), Value(0));
-        }
-        volume->unmountForcibly(true);
-        EXPECT_FALSE(volumeOf(place)->isEqual(*volume));
-    }));
+    TestMounts mounts;
+    SEVRIN_SKIP_WITHOUT(mounts);
+    const std::string place = mounts.mountMemory("mount");
+    const auto volume = volumeOf(place);
+    const std::ofstream user(mounts / "mount/open");
+    try {
+        volume->unmount();
+        FAIL();
+    } catch (const SVException& exception) {
+        EXPECT_EQ(exception.reason(), "cannot unmount volume");
+        EXPECT_EQ(*exception.details().find("POSIXErr"), Value(EBUSY));
+        EXPECT_EQ(*exception.details().find("name"), Value("mount"));
+        EXPECT_EQ(*exception.details().find("Path"), Value(volume->path()));
+        EXPECT_EQ(*exception.details().find("forcably"), Value(0));
+    }
+    volume->unmountForcibly(true);
+    EXPECT_FALSE(volumeOf(place)->isEqual(*volume));
 }
 
 TEST(KTVolumeInfoTest, WhatCannotBeReloadedIsLoggedAndStays) {
     const auto logger = std::make_shared<TestLogger>();
     const ScopedDefaultLogger installed(logger);
-    SEVRIN_WITH_VOLUMES_OF_ITS_OWN(([&] {
-        const VolumeFolder folder;
-        const auto volume = volumeOf(mountMemory(folder, "mount"));
-        volume->unmount();
-        ASSERT_EQ(::rmdir(volume->cPath()), 0);
+    TestMounts mounts;
+    SEVRIN_SKIP_WITHOUT(mounts);
+    const auto volume = volumeOf(mounts.mountMemory("mount"));
+    volume->unmount();
+    ASSERT_EQ(::rmdir(volume->cPath()), 0);
 
-        volume->reloadStats();
-        volume->reloadSizes();
-        EXPECT_EQ(volume->nsAttributes(), std::nullopt);
-        EXPECT_TRUE(volume->wholeDeviceIdentifier().isNull());
+    volume->reloadStats();
+    volume->reloadSizes();
+    EXPECT_EQ(volume->nsAttributes(), std::nullopt);
+    EXPECT_TRUE(volume->wholeDeviceIdentifier().isNull());
 
-        EXPECT_EQ(volume->totalBytes(), 1 << 20);
-        EXPECT_GT(volume->freeBytes(), 0);
-        EXPECT_STREQ(volume->cDeviceName(), "scratch");
-        std::string all;
-        for (const std::string& line : logger->lines())
-            all += line + "\n";
-        const std::string failure = volume->path() + ": 2(No such file or directory)";
-        EXPECT_NE(
-            all.find("9 -[KTVolumeInfo reloadStats] problem getting stats for device " + failure),
-            std::string::npos)
-            << all;
-        EXPECT_NE(
-            all.find("9 -[KTVolumeInfo reloadSizes] problem getting sizes for device " + failure),
-            std::string::npos)
-            << all;
-        EXPECT_NE(all.find("9 -[KTVolumeInfo nsAttributes] problem obtaining NSFileManager "
-                           "attributes for filesystem at " +
-                           volume->path() + ": "),
-                  std::string::npos)
-            << all;
-    }));
+    EXPECT_EQ(volume->totalBytes(), 1 << 20);
+    EXPECT_GT(volume->freeBytes(), 0);
+    EXPECT_STREQ(volume->cDeviceName(), "scratch");
+    std::string all;
+    for (const std::string& line : logger->lines())
+        all += line + "\n";
+    const std::string failure = volume->path() + ": 2(No such file or directory)";
+    EXPECT_NE(all.find("9 -[KTVolumeInfo reloadStats] problem getting stats for device " + failure),
+              std::string::npos)
+        << all;
+    EXPECT_NE(all.find("9 -[KTVolumeInfo reloadSizes] problem getting sizes for device " + failure),
+              std::string::npos)
+        << all;
+    EXPECT_NE(all.find("9 -[KTVolumeInfo nsAttributes] problem obtaining NSFileManager "
+                       "attributes for filesystem at " +
+                       volume->path() + ": "),
+              std::string::npos)
+        << all;
 }
 
 TEST(KTVolumeInfoTest, TheRootDirectoryKnowsItsVolumeAndSoDoesWhatIsBelow) {
-    SEVRIN_WITH_VOLUMES_OF_ITS_OWN(([] {
-        const VolumeFolder folder;
-        const std::string place = mountMemory(folder, "mount");
-        folder.makeFolder("mount/a");
-        folder.makeFolder("mount/a/b");
-        const auto volume = volumeOf(place);
-        const auto root = volume->rootDirectory();
+    TestMounts mounts;
+    SEVRIN_SKIP_WITHOUT(mounts);
+    const std::string place = mounts.mountMemory("mount");
+    mounts.makeFolder("mount/a");
+    mounts.makeFolder("mount/a/b");
+    const auto volume = volumeOf(place);
+    const auto root = volume->rootDirectory();
 
-        EXPECT_EQ(volume->rootDirectory(), root);
-        EXPECT_EQ(root->path(), volume->path());
-        EXPECT_EQ(root->volumeInfo(), volume);
-        EXPECT_EQ(root->pathObject()->volumeInfo(), volume);
-        const auto inner = root->firstDirectory()->firstDirectory();
-        EXPECT_EQ(inner->name(), "b");
-        EXPECT_EQ(inner->volumeInfo(), volume);
-        EXPECT_EQ(inner->volumeRelativePath(), "a/b");
-        EXPECT_EQ(root->volumeRelativePath(), "");
-    }));
+    EXPECT_EQ(volume->rootDirectory(), root);
+    EXPECT_EQ(root->path(), volume->path());
+    EXPECT_EQ(root->volumeInfo(), volume);
+    EXPECT_EQ(root->pathObject()->volumeInfo(), volume);
+    const auto inner = root->firstDirectory()->firstDirectory();
+    EXPECT_EQ(inner->name(), "b");
+    EXPECT_EQ(inner->volumeInfo(), volume);
+    EXPECT_EQ(inner->volumeRelativePath(), "a/b");
+    EXPECT_EQ(root->volumeRelativePath(), "");
 }
 
 TEST(KTVolumeInfoTest, AVolumeEndsWithItsLastUserWhateverItsDirectoriesKnow) {
@@ -446,22 +431,22 @@ TEST(KTVolumeInfoTest, AVolumeEndsWithItsLastUserWhateverItsDirectoriesKnow) {
 }
 
 TEST(KTVolumeInfoTest, TheDirectoryOfAMountPointHasTheNamesOfItsVolume) {
-    SEVRIN_WITH_VOLUMES_OF_ITS_OWN(([] {
-        const VolumeFolder folder;
-        mountMemory(folder, "mount");
-        const auto outer = KTDirectory::directoryWithPath(folder.path());
-        const auto mount = outer->firstDirectory();
+    TestMounts mounts;
+    SEVRIN_SKIP_WITHOUT(mounts);
+    const std::string folder = mounts.makeFolder("folder");
+    mounts.mountMemory("folder/mount");
+    const auto outer = KTDirectory::directoryWithPath(folder);
+    const auto mount = outer->firstDirectory();
 
-        EXPECT_TRUE(mount->isMountPoint());
-        EXPECT_FALSE(outer->isMountPoint());
-        EXPECT_EQ(mount->livingParent(), outer);
-        EXPECT_EQ(mount->parentDirectoryInfo(), nullptr);
-        EXPECT_EQ(mount->displayName(), "mount");
-        EXPECT_EQ(mount->displayPath(), "mount:/");
-        EXPECT_EQ(mount->logDescription(), "volume mount");
-        EXPECT_FALSE(mount->volumeInfo()->isEqual(*outer->volumeInfo()));
-        EXPECT_EQ(mount->volumeInfo(), mount->volumeInfo());
-    }));
+    EXPECT_TRUE(mount->isMountPoint());
+    EXPECT_FALSE(outer->isMountPoint());
+    EXPECT_EQ(mount->livingParent(), outer);
+    EXPECT_EQ(mount->parentDirectoryInfo(), nullptr);
+    EXPECT_EQ(mount->displayName(), "mount");
+    EXPECT_EQ(mount->displayPath(), "mount:/");
+    EXPECT_EQ(mount->logDescription(), "volume mount");
+    EXPECT_FALSE(mount->volumeInfo()->isEqual(*outer->volumeInfo()));
+    EXPECT_EQ(mount->volumeInfo(), mount->volumeInfo());
 }
 
 TEST(KTVolumeInfoTest, ADirectorySharesTheVolumeOfItsLivingParent) {
