@@ -157,7 +157,7 @@ LogLineIdentifierPtr Logger::logInLinePlaceholderForKeyByException(LogClassifica
     LogLineIdentifierPtr heading = logInLinePlaceholderForKey(classification, line, message, key);
     if (exception == nullptr) return heading;
     LogLineIdentifierPtr reasonLine =
-        logInLinePlaceholderForKey(LogClassification::Plain, heading, cleanedReason(*exception),
+        logInLinePlaceholderForKey(LogClassification::Plain, heading, reasonOf(*exception),
                                    std::string(key).append(reasonOf(*exception)));
     if (reasonLine->count() < kRecordsPerReasonMax) {
         logInLineException(LogClassification::Debug, reasonLine, *exception);

@@ -393,6 +393,22 @@ TEST_F(ExceptionEntryPointsTest, FailuresAreGroupedByTheirReason) {
                             "8 .Exception: IO", "0 two", "9 two", "8 .Exception: IO"));
 }
 
+TEST_F(ExceptionEntryPointsTest, TheHeadingOfAReasonIsTheReasonAsItIs) {
+    const auto record = [&](const NSException& exception) {
+        return Logger::logInLinePlaceholderForKeyByException(LogClassification::Warning, line_,
+                                                             "some failed", "as it is", &exception);
+    };
+
+    const auto broken = record(makeException("one\ttwo"));
+    const auto absent = record(NSException::exceptionWithNameReasonUserInfo("IO", std::nullopt));
+
+    EXPECT_EQ(Logger::logLineForKey("as it isone\ttwo"), broken);
+    EXPECT_EQ(Logger::logLineForKey("as it is(null)"), absent);
+    EXPECT_THAT(messages(),
+                ElementsAre("4 some failed", "0 one\ttwo", "9 one?two", "8 .Exception: IO",
+                            "0 (null)", "9 (null)", "8 .Exception: IO"));
+}
+
 TEST_F(ExceptionEntryPointsTest, WithoutAnExceptionThereIsOnlyTheHeading) {
     const auto heading = Logger::logInLinePlaceholderForKeyByException(
         LogClassification::Warning, line_, "some failed", "heading only", nullptr);

@@ -12,6 +12,7 @@
 #include "Common/Source/Utilities/TestLogger.h"
 #include "Platform/NSKeyedArchiver.h"
 #include "Platform/NSKeyedUnarchiver.h"
+#include "Platform/TestArchive.h"
 
 namespace sevrin {
 namespace {
@@ -140,6 +141,23 @@ TEST(ExceptionTransportTest, AnExceptionWithoutDetailsHasEmptyOnes) {
     EXPECT_TRUE(decoded->userInfo().empty());
 }
 
+TEST(ExceptionTransportTest, AnSVExceptionArchivedWithoutDetailsHasThemAllTheSame) {
+    platform::TestArchive archive;
+    const auto theClass = archive.addClass("SVException");
+    const auto name = archive.add(archive.text("IO"));
+    const auto root = archive.addObject(theClass, {{"NS.name", archive.uid(name)},
+                                                   {"NS.reason", archive.uid(0)},
+                                                   {"NS.userinfo", archive.uid(0)}});
+
+    const auto decoded = exceptionFromData(archive.bytes(root));
+
+    ASSERT_TRUE(decoded);
+    EXPECT_EQ(decoded->description(), "<IO> (null)");
+    EXPECT_TRUE(decoded->object()->hasUserInfo());
+    EXPECT_EQ(asSVException(*decoded)->setStrPath("/tmp/x").description(),
+              "<IO> (null) { Path=/tmp/x }");
+}
+
 TEST(ExceptionTransportTest, ACauseMetTwiceIsOneObject) {
     const SVException cause = makeException("inner").setStrPath("/tmp/x");
     const auto decoded =
@@ -234,6 +252,13 @@ TEST_F(ExceptionTransportLogTest, NoBytesGiveNothingAndNoLine) {
     EXPECT_FALSE(exceptionFromData(std::nullopt));
 
     EXPECT_THAT(messages(), IsEmpty());
+}
+
+TEST_F(ExceptionTransportLogTest, BytesThatAreNoneGiveNothingAndALine) {
+    EXPECT_FALSE(exceptionFromData(""));
+
+    EXPECT_THAT(messages(), ElementsAre("9 +[NSException(SVException) exceptionFromData:] "
+                                        "exception object was actually a (null)"));
 }
 
 TEST_F(ExceptionTransportLogTest, AnArchiveOfSomethingElseIsReported) {

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "Common/Source/Utilities/Logger.h"
+#include "Common/Source/Utilities/ValueConversion.h"
 #include "Platform/CFPreferences.h"
 #include "Platform/DispatchQueue.h"
 

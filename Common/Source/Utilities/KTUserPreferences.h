@@ -47,8 +47,8 @@ public:
                                         std::string_view domain);
 
     // The value as a truth value, integer or real: numbers and booleans are converted, text is read
-    // as far as it goes (booleanOf() and the others below). Any other kind, and no value, gives the
-    // default: false or 0 unless one is named.
+    // as far as it goes (ValueConversion.h). Any other kind, and no value, gives the default: false
+    // or 0 unless one is named.
     [[nodiscard]] bool boolForKeyInDomain(std::string_view key, std::string_view domain);
     [[nodiscard]] bool boolForKeyInDomainWithDefault(std::string_view key, std::string_view domain,
                                                      bool defaultValue);
@@ -90,14 +90,5 @@ protected:
 private:
     std::optional<std::set<std::string, std::less<>>> modifiedDomains_;  // Nothing: none is due.
 };
-
-// What a preference value is as a truth value, an integer, a real; nothing when it is of a kind
-// that is none. Integers beyond 64 bits, and reals beyond them, give the nearest integer; NaN
-// gives 0. Of text, leading white space and a sign are skipped, and what follows a number is
-// ignored: "12 items" is 12, "items" is 0. Text is true when it begins, behind zeros, with a digit
-// from 1 to 9 or with one of Y, y, T, t.
-[[nodiscard]] std::optional<bool> booleanOf(const platform::Value& value);
-[[nodiscard]] std::optional<std::int64_t> integerOf(const platform::Value& value);
-[[nodiscard]] std::optional<double> doubleOf(const platform::Value& value);
 
 }  // namespace sevrin

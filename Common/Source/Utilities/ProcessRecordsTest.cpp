@@ -1,6 +1,8 @@
 // Tests of the records that a process writes when it starts and when it stops.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <limits.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -158,6 +160,26 @@ TEST_F(ProcessRecordsTest, AFolderThatIsGoneIsAnEmptyOne) {
     std::filesystem::current_path(before);
 
     EXPECT_EQ(value, "");
+}
+
+TEST_F(ProcessRecordsTest, AFolderMayHaveAPathOfAnyLength) {
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::string folder = std::filesystem::temp_directory_path() / "ProcessRecordsTest.XXXXXX";
+    ASSERT_NE(::mkdtemp(folder.data()), nullptr);
+    std::filesystem::current_path(folder);
+    const std::string name(250, 'a');
+    std::string path = std::filesystem::current_path();
+    while (path.size() <= 2 * PATH_MAX) {
+        ASSERT_EQ(::mkdir(name.c_str(), 0700), 0);
+        ASSERT_EQ(::chdir(name.c_str()), 0);
+        path += '/' + name;
+    }
+
+    const std::string value = valueOf("wd");
+    std::filesystem::current_path(before);
+    std::filesystem::remove_all(folder);
+
+    EXPECT_EQ(value, path);
 }
 
 TEST_F(ProcessRecordsTest, AStopWithoutAnErrorHasNoStatus) {

@@ -1,9 +1,9 @@
 // The failure of the suite's utility layer: an exception with a name, a reason for people, and
-// details under keys.
+// details under keys. It is raised by
 //
-//     throw site:  SVException::ioErrnoWithReason("cannot delete
-//     item").setPathObject(path).raise(); catch site:  catch (SVException& exception) {
-//     exception.setCause(...); ... }
+//     SVException::ioErrnoWithReason("cannot delete item").setPathObject(path).raise();
+//
+// and caught as SVException&, with details added by whoever knows more.
 //
 // The details are what the logger prints below a failure, what travels when the exception is
 // archived, and what decides the classification it is logged at. They are the exception's user

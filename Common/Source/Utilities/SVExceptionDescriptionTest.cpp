@@ -24,6 +24,12 @@ TEST(SVExceptionDescriptionTest, WithoutDetailsThereAreNoBraces) {
     EXPECT_EQ(makeException().description(), "<IO> no reason");
 }
 
+TEST(SVExceptionDescriptionTest, AReasonThatIsAbsentSaysSo) {
+    const SVException exception(std::make_shared<SVExceptionObject>());
+
+    EXPECT_EQ(exception.description(), "<> (null)");
+}
+
 TEST(SVExceptionDescriptionTest, DetailsAreListedInTheDictionarysOrder) {
     const SVException exception = SVException::exceptionWithNameReason("IO", "cannot delete item")
                                       .setStrPath("/tmp/x")
@@ -45,6 +51,7 @@ TEST(SVExceptionDescriptionTest, WhiteSpaceWithinALineCallsForQuotes) {
     };
 
     EXPECT_EQ(described("a b"), "<IO> r { key='a b' }");
+    EXPECT_EQ(described(" b"), "<IO> r { key=' b' }");
     EXPECT_EQ(described("a\tb"), "<IO> r { key='a\tb' }");
     EXPECT_EQ(described("a\u00A0b"), "<IO> r { key='a\u00A0b' }");
     EXPECT_EQ(described("a\u3000b"), "<IO> r { key='a\u3000b' }");

@@ -1,12 +1,11 @@
 // What the copies of one SVException share: its class, its preferred classification, its text.
 #include "Common/Source/Utilities/SVExceptionObject.h"
 
-#include <charconv>
-#include <optional>
 #include <string_view>
 #include <utility>
 
 #include "Common/Source/Utilities/SVException.h"
+#include "Common/Source/Utilities/ValueConversion.h"
 #include "Platform/DescriptionScope.h"
 #include "Platform/SafeDescription.h"
 #include "Platform/Text.h"
@@ -30,19 +29,6 @@ bool hasWhitespace(std::string_view text) {
     return false;
 }
 
-// The integer that a number, or text that begins with one, stands for.
-std::optional<std::int64_t> integerIn(const Value& value) {
-    if (const auto* number = value.ifSigned()) return *number;
-    if (const auto* number = value.ifUnsigned()) return static_cast<std::int64_t>(*number);
-    if (const auto* truth = value.ifBoolean()) return *truth ? 1 : 0;
-    if (const std::string* text = value.ifString()) {
-        std::int64_t number = 0;
-        std::from_chars(text->data(), text->data() + text->size(), number);
-        return number;
-    }
-    return std::nullopt;
-}
-
 }  // namespace
 
 // The details exist from the start, be they empty.
@@ -64,7 +50,7 @@ platform::Class& SVExceptionObject::classObject() {
 
 LogClassification SVExceptionObject::preferredLogClass() const {
     if (const Value* stored = userInfo().find(kLogClassKey)) {
-        if (const auto number = integerIn(*stored)) {
+        if (const auto number = integerOf(*stored)) {
             return LogClassification{static_cast<std::int32_t>(*number)};
         }
     }

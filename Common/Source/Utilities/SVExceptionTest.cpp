@@ -8,6 +8,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace sevrin {
 namespace {
@@ -120,17 +121,61 @@ TEST(SVExceptionTest, AClassificationOfItsOwnWins) {
 }
 
 TEST(SVExceptionTest, AClassificationIsReadFromWhateverStandsForANumber) {
-    EXPECT_EQ(makeException().setDetailKey("3", ".LogClass").preferredLogClass(),
-              LogClassification::Caution);
-    EXPECT_EQ(
-        makeException("Bug").setDetailKey(platform::ValueArray{}, ".LogClass").preferredLogClass(),
-        LogClassification::Debug);
+    const auto preferred = [](const Value& stored) {
+        return static_cast<int>(
+            makeException("Bug").setDetailKey(stored, ".LogClass").preferredLogClass());
+    };
+
+    EXPECT_EQ(preferred(" 3"), 3);
+    EXPECT_EQ(preferred("none"), 0);
+    EXPECT_EQ(preferred(2.9), 2);
+    EXPECT_EQ(preferred(true), 1);
+    EXPECT_EQ(preferred(nullptr), 0);  // "(nil)"
+    EXPECT_EQ(preferred(platform::ValueArray{}), 9);
 }
 
 TEST(SVExceptionTest, APlainExceptionIsAFailure) {
     EXPECT_EQ(SVException::preferredLogClassForException(
                   NSException::exceptionWithNameReasonUserInfo("Bug", "no reason")),
               LogClassification::Failure);
+}
+
+// An exception of another class that says at which classification it wants to be logged.
+class Preferring final : public platform::ExceptionObject {
+public:
+    explicit Preferring(Value answer)
+        : ExceptionObject("Bug", "no reason", std::nullopt), answer_(std::move(answer)) {}
+    static platform::Class& classObject() {
+        static platform::Class& theClass = *new platform::Class(
+            "SVExceptionTestPreferring", &ExceptionObject::classObject(),
+            {{"preferredLogClass", [](platform::Object* receiver, platform::Invocation&) {
+                  return static_cast<Preferring*>(receiver)->answer_;
+              }}});
+        return theClass;
+    }
+    const platform::Class& isa() const override { return classObject(); }
+
+private:
+    const Value answer_;
+};
+
+TEST(SVExceptionTest, AnyExceptionThatHasAPreferenceIsAskedForIt) {
+    const auto preferred = [](Value answer) {
+        return SVException::preferredLogClassForException(
+            NSException(std::make_shared<Preferring>(std::move(answer))));
+    };
+
+    EXPECT_EQ(preferred(2), LogClassification::Curious);
+    EXPECT_EQ(preferred("none"), LogClassification::Failure);
+}
+
+TEST(SVExceptionTest, ThePreferenceIsAlsoThereForWhoeverAsksBySelector) {
+    const SVException exception = makeException("Cancel");
+    const auto* method = exception.isa().instanceMethod("preferredLogClass");
+    ASSERT_NE(method, nullptr);
+    platform::Invocation invocation{};
+
+    EXPECT_EQ((*method)(exception.object().get(), invocation), Value(3));
 }
 
 TEST(SVExceptionTest, PackageTypesHaveNames) {
@@ -273,6 +318,7 @@ public:
         static platform::Class& theClass = *new platform::Class(
             "SVExceptionTestStatus", &SVExceptionObject::classObject(),
             {{"setOSErr:", [](platform::Object* receiver, platform::Invocation& invocation) {
+                  EXPECT_EQ(invocation.arguments.size(), 1U);
                   static_cast<StatusObject*>(receiver)->told = invocation.arguments[0];
                   return Value();
               }}});
@@ -412,6 +458,16 @@ TEST(SVExceptionTest, ClassesAndMessagesAreNamed) {
     EXPECT_EQ(detail(makeException().setClassOf(Value()), "Class"), Value("(nil)"));
     EXPECT_EQ(detail(makeException().setMessageToObject("isSoft", object), "Message"),
               Value("[SVException isSoft]"));
+}
+
+TEST(SVExceptionTest, ASelectorIsASCII) {
+    EXPECT_EQ(detail(makeException().setMessage("caf\u00E9:"), "Message"), Value("caf\\u00e9:"));
+    EXPECT_EQ(detail(makeException().setMessage(nullptr), "Message"), Value("(nil)"));
+}
+
+TEST(SVExceptionTest, AMessageToNothingSaysSo) {
+    EXPECT_EQ(detail(makeException().setMessageToObject("isSoft", Value()), "Message"),
+              Value("[(null) isSoft]"));
 }
 
 TEST(SVExceptionTest, ACauseMayBeAnException) {

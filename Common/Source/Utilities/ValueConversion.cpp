@@ -1,10 +1,12 @@
-// What preference values are as truth values and numbers, by the platform's rules for numbers and
-// text.
+// What values are as truth values and numbers, by the platform's rules for numbers and text.
+#include "Common/Source/Utilities/ValueConversion.h"
+
 #include <charconv>
 #include <cmath>
 #include <limits>
+#include <string>
+#include <string_view>
 
-#include "Common/Source/Utilities/KTUserPreferences.h"
 #include "Platform/Text.h"
 
 namespace sevrin {
