@@ -106,6 +106,16 @@ public:
         return mountImage(name, kind);
     }
 
+    // Mounts what mount(2) calls so at a new folder; its path.
+    std::string mountAt(std::string_view name, const char* source, const std::string& kind,
+                        unsigned long flags, const char* options) {
+        const std::string place = makeFolder(name);
+        if (!obstacle_.empty()) return place;
+        if (::mount(source, place.c_str(), kind.c_str(), flags, options) != 0)
+            return stop(place, "no " + kind + " can be mounted: " + std::strerror(errno));
+        return place;
+    }
+
     // Shows what is at `from` at `to` too, where a folder is.
     void bind(const std::string& from, const std::string& to, unsigned long flags = 0) const {
         EXPECT_EQ(::mount(from.c_str(), to.c_str(), nullptr, MS_BIND, nullptr), 0)
@@ -131,15 +141,6 @@ private:
         return obstacle;
     }
     static bool isTableOwn() { return enterOwnTable().empty(); }
-
-    std::string mountAt(std::string_view name, const char* source, const std::string& kind,
-                        unsigned long flags, const char* options) {
-        const std::string place = makeFolder(name);
-        if (!obstacle_.empty()) return place;
-        if (::mount(source, place.c_str(), kind.c_str(), flags, options) != 0)
-            return stop(place, "no " + kind + " can be mounted: " + std::strerror(errno));
-        return place;
-    }
 
     std::string stop(std::string place, std::string obstacle) {
         obstacle_ = std::move(obstacle);

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "Platform/TestAttributes.h"
-#include "Platform/TestMounts.h"
+#include "Platform/TestFileServer.h"
 #include "Platform/UniqueFd.h"
 
 namespace sevrin::platform {
@@ -189,48 +189,47 @@ TEST(MountTableTest, AViewOfTheKernelIsNothingToBrowse) {
     EXPECT_EQ(recordOf("/").f_flags & (MNT_ROOTFS | MNT_DONTBROWSE), MNT_ROOTFS);
 }
 
-// A file system in user space whose server has gone answers nothing any more: what a network mount
-// does whose server is gone.
-std::string mountWithoutServer(const TestMounts& mounts, unsigned user) {
-    const std::string place = mounts.makeFolder("stale");
-    const UniqueFd server(::open("/dev/fuse", O_RDWR | O_CLOEXEC));
-    const std::string options = "fd=" + std::to_string(server.get()) +
-                                ",rootmode=40000,user_id=" + std::to_string(user) + ",group_id=0";
-    const bool isMounted =
-        server && ::mount("gone", place.c_str(), "fuse.sevrin", 0, options.c_str()) == 0;
-    return isMounted ? place : "";
-}
-
 TEST(MountTableTest, AVolumeWhoseServerIsGoneIsListedWithoutFigures) {
     TestMounts mounts;
+    TestFileServer server(mounts, "served");
     SEVRIN_SKIP_WITHOUT(mounts);
-    const std::string place = mountWithoutServer(mounts, ::geteuid());
-    if (place.empty()) GTEST_SKIP() << "no file systems in user space here";
+    server.stop();
 
-    const std::vector<struct statfs> records = allRecords();
+    for (const int mode : {MNT_NOWAIT, MNT_WAIT}) {
+        const std::vector<struct statfs> records = allRecords(mode);
 
-    const auto found =
-        std::find_if(records.begin(), records.end(),
-                     [&](const struct statfs& record) { return place == record.f_mntonname; });
-    ASSERT_NE(found, records.end());
-    EXPECT_EQ(found->f_blocks, 0U);
-    EXPECT_TRUE(found->f_fsid.val[0] != 0 || found->f_fsid.val[1] != 0);
+        const auto found = std::find_if(
+            records.begin(), records.end(),
+            [&](const struct statfs& record) { return server.path() == record.f_mntonname; });
+        ASSERT_NE(found, records.end());
+        EXPECT_EQ(found->f_blocks, 0U);
+        EXPECT_EQ(found->f_flags & MNT_LOCAL, 0U);
+        EXPECT_TRUE(found->f_fsid.val[0] != 0 || found->f_fsid.val[1] != 0);
+    }
     struct statfs record {};
-    EXPECT_EQ(statfs(place.c_str(), &record), -1);
+    EXPECT_EQ(statfs(server.path().c_str(), &record), -1);
     EXPECT_EQ(errno, ENOTCONN);
+}
+
+TEST(MountTableTest, AListThatMayNotWaitDoesNotAskAServerThatDoesNotAnswer) {
+    TestMounts mounts;
+    TestFileServer server(mounts, "served");
+    SEVRIN_SKIP_WITHOUT(mounts);
+    server.fail(TestFileServer::kNever);
+
+    EXPECT_EQ(countAt(allRecords(MNT_NOWAIT), server.path()), 1);
 }
 
 TEST(MountTableTest, AVolumeOfAnotherUserNamesThatUser) {
     TestMounts mounts;
+    const TestFileServer server(mounts, "served", ::geteuid() + 77);
     SEVRIN_SKIP_WITHOUT(mounts);
-    const std::string place = mountWithoutServer(mounts, ::geteuid() + 77);
-    if (place.empty()) GTEST_SKIP() << "no file systems in user space here";
 
-    const struct statfs record = recordOf(place);
+    const struct statfs record = recordOf(server.path());
 
     EXPECT_EQ(record.f_owner, ::geteuid() + 77);
-    EXPECT_STREQ(record.f_fstypename, "fuse.sevrin");
-    EXPECT_EQ(countAt(allRecords(), place), 1);
+    EXPECT_STREQ(record.f_fstypename, "fuse.sshfs");
+    EXPECT_EQ(countAt(allRecords(), server.path()), 1);
 }
 
 TEST(MountTableTest, WhatIsNotThereHasNoVolume) {
