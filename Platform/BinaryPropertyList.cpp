@@ -215,14 +215,12 @@ void BinaryPropertyList::readLongSize(Node& node, std::size_t offset) const {
 
 void BinaryPropertyList::checkContent(const Node& node) const {
     switch (node.kind) {
-        case Kind::Integer:
-            if (node.size == 16) {
-                const std::uint64_t high = number(node.start, 8);
-                const bool isNegative = (number(node.start + 8, 8) >> 63) != 0;
-                if (high == 0 || (high == ~std::uint64_t{0} && isNegative)) return;
-                throw PropertyListError("an integer of more than 64 bits", node.start);
-            }
-            return;
+        case Kind::Integer: {  // Of 16 bytes: the others are right whatever they hold.
+            const std::uint64_t high = number(node.start, 8);
+            const bool isNegative = (number(node.start + 8, 8) >> 63) != 0;
+            if (high == 0 || (high == ~std::uint64_t{0} && isNegative)) return;
+            throw PropertyListError("an integer of more than 64 bits", node.start);
+        }
         case Kind::UID:
             if (node.size > 8 && number(node.start, node.size - 8) != 0) break;
             if (number(node.start + node.size - std::min<std::size_t>(node.size, 8),

@@ -3,8 +3,10 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <string>
 #include <vector>
@@ -162,8 +164,10 @@ std::vector<Refusal> refusals() {
     const std::string right = listOf({"A1 01", "09"});
     std::string noOffsetBytes = right;
     noOffsetBytes[noOffsetBytes.size() - 26] = '\0';
-    std::string shortOffsets = listOf({"5F 11 0100" + std::string(512, '3')});
-    shortOffsets[shortOffsets.size() - 26] = '\1';
+    // The table lies behind byte 255, its one offset has one byte.
+    const std::string text = hex("5F 11 0100") + std::string(256, '3');
+    const std::string shortOffsets = "bplist00" + text + hex("08") + std::string(6, '\0') + "\1\1" +
+                                     bigEndian(1) + bigEndian(0) + bigEndian(8 + text.size());
     // One byte for each offset, as many as they would need with four.
     const std::string elsewhere = "bplist00\x09" + hex("63") + std::string(6, '\0') + "\1\1" +
                                   bigEndian(1) + bigEndian(0) + bigEndian(9);
@@ -185,7 +189,8 @@ std::vector<Refusal> refusals() {
         {"TableInTheHeader", listOf({"09"}, {.tableError = -2}), "table of offsets"},
         {"TopBeyondTheEnd", listOf({"09"}, {.top = 1}), "top object"},
         {"AnOffsetElsewhere", elsewhere, "offset leads outside"},
-        {"OffsetsTooSmall", shortOffsets, ""},
+        {"OffsetsTooSmall", shortOffsets, "offsets too small"},
+        {"ReferencesTooSmall", listOf(std::vector<std::string>(256, "09")), "references too small"},
         {"TwoObjectsInOnePlace",
          "bplist00\x09" + hex("08 08") + std::string(6, '\0') + "\1\1" + bigEndian(2) +
              bigEndian(0) + bigEndian(9),
@@ -273,6 +278,26 @@ TEST(BinaryPropertyListTest, OfManyKeysInOrderEachOneIsDifferentInEitherForm) {
 
     objects[12] = "61 006B";
     EXPECT_THAT(refusalOf(listOf(objects)), HasSubstr("stands twice"));
+    objects[11] = "61 006B";
+    EXPECT_THAT(refusalOf(listOf(objects)), HasSubstr("stands twice"));
+}
+
+TEST(BinaryPropertyListTest, AListOfFourGigabytesIsRefusedUnread) {
+    constexpr std::size_t kSize = std::size_t{1} << 32;
+    void* const room = ::mmap(nullptr, kSize, PROT_READ | PROT_WRITE,
+                              MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (room == MAP_FAILED) GTEST_SKIP() << "no room for 4 GB of addresses";
+    std::memcpy(room, "bplist00", 8);
+
+    std::string refusal;
+    try {
+        const BinaryPropertyList list({static_cast<const char*>(room), kSize});
+    } catch (const PropertyListError& error) {
+        refusal = error.what();
+    }
+    ::munmap(room, kSize);
+
+    EXPECT_EQ(refusal, "a list of 4 GB and more is not read at byte 0");
 }
 
 TEST(BinaryPropertyListTest, EveryPlaceOfATextIsCheckedAndNoneBehindIt) {

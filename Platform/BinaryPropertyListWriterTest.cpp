@@ -50,6 +50,13 @@ TEST(BinaryPropertyListWriterTest, IntegersTakeTheSmallestWidth) {
     EXPECT_EQ(objectBytes(std::uint64_t{1} << 63), hex("14 0000000000000000 8000000000000000"));
 }
 
+TEST(BinaryPropertyListWriterTest, ASmallIntegerIsOneObjectWhicheverCallAddsIt) {
+    BinaryPropertyListWriter writer;
+
+    EXPECT_EQ(writer.addUnsigned(7), writer.addInteger(7));
+    EXPECT_EQ(writer.addUnsigned(INT64_MAX), writer.addInteger(INT64_MAX));
+}
+
 TEST(BinaryPropertyListWriterTest, TextIsUtf16OnlyWhenItIsNotAscii) {
     EXPECT_EQ(objectBytes("ab"), hex("52 6162"));
     EXPECT_EQ(objectBytes("a\u20ac"), hex("62 0061 20AC"));

@@ -160,7 +160,7 @@ ObjectPtr ExceptionObject::referenceTo(const ObjectPtr& exception) {
 }
 
 Class& ExceptionReference::classObject() {
-    static Class theClass("ExceptionReference", &Object::classObject(), {});
+    static Class& theClass = *new Class("ExceptionReference", &Object::classObject(), {});
     return theClass;
 }
 

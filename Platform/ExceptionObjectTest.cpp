@@ -143,5 +143,16 @@ TEST(ExceptionObjectTest, AnErrorWithoutADomainIsRefused) {
     EXPECT_THROW(static_cast<void>(NSError::initWithCoder(coder)), std::domain_error);
 }
 
+TEST(ExceptionObjectTest, AnErrorWithPartsOfAnotherKindIsRefused) {
+    ListedCoder info;
+    info.keyed = {{"NSDomain", "test"}, {"NSCode", 1}, {"NSUserInfo", ValueArray()}};
+    EXPECT_THROW(static_cast<void>(NSError::initWithCoder(info)), std::domain_error);
+
+    ListedCoder code;
+    code.isKeyed = false;
+    code.sequence = {"test", "1", nullptr};
+    EXPECT_THROW(static_cast<void>(NSError::initWithCoder(code)), std::domain_error);
+}
+
 }  // namespace
 }  // namespace sevrin::platform

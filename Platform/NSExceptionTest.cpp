@@ -243,5 +243,10 @@ TEST(ExceptionReferenceTest, EqualsReferencesToTheSameException) {
               Value(std::make_shared<ExceptionReference>(other)));
 }
 
+TEST(ExceptionReferenceTest, IsAClassOfItsOwnThatNoArchiveNames) {
+    EXPECT_EQ(ExceptionReference(nullptr).isa().name(), "ExceptionReference");
+    EXPECT_EQ(NSCodingClass::named("ExceptionReference"), nullptr);
+}
+
 }  // namespace
 }  // namespace sevrin::platform

@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <functional>
 #include <memory>
@@ -101,6 +102,67 @@ TEST_F(NSKeyedUnarchiverTest, APropertyListThatIsNoArchiveIsRefused) {
     EXPECT_THAT(refusalOf(dataFromPropertyList(Dictionary{{"$version", 100'000}})).reason,
                 HasSubstr("$archiver is not NSKeyedArchiver"));
     EXPECT_THAT(refusalOf(dataFromPropertyList(ValueArray())).reason, HasSubstr("no dictionary"));
+}
+
+TEST_F(NSKeyedUnarchiverTest, WhatSaysOfItselfThatItIsSomethingElseIsRefused) {
+    const auto refusalWith = [](std::int64_t version, std::string_view archiver,
+                                std::string_view first) {
+        TestArchive other;
+        const auto objects = other.list.addArray(std::array{other.text(first)});
+        return refusalOf(other.bytes({{"$version", other.number(version)},
+                                      {"$archiver", other.text(archiver)},
+                                      {"$top", other.dictionary({})},
+                                      {"$objects", objects}}));
+    };
+
+    EXPECT_EQ(refusalWith(100'000, "NSKeyedArchiver", "$null").name, "");
+    EXPECT_THAT(refusalWith(99'999, "NSKeyedArchiver", "$null").reason,
+                HasSubstr("$version is not 100000"));
+    EXPECT_THAT(refusalWith(100'000, "NSArchiver", "$null").reason,
+                HasSubstr("$archiver is not NSKeyedArchiver"));
+    EXPECT_THAT(refusalWith(100'000, "NSKeyedArchiver", "x").reason,
+                HasSubstr("$objects does not begin with $null"));
+}
+
+TEST_F(NSKeyedUnarchiverTest, ARootThatIsNoReferenceIsRefused) {
+    const Refusal refusal =
+        refusalOf(archive.bytes({{"$objects", archive.objects()},
+                                 {"$top", archive.dictionary({{"root", archive.text("x")}})},
+                                 {"$archiver", archive.text("NSKeyedArchiver")},
+                                 {"$version", archive.number(100'000)}}));
+
+    EXPECT_EQ(refusal.name, NSInvalidUnarchiveOperationException);
+    EXPECT_THAT(refusal.reason, HasSubstr("no reference to an object for key (root) in $top"));
+}
+
+TEST_F(NSKeyedUnarchiverTest, WhatIsNeitherAnObjectNorAValueIsRefused) {
+    for (const auto node : {archive.uids({}), archive.uid(1)}) {
+        TestArchive other = archive;
+        const Refusal refusal = refusalOf(other.bytes(other.add(node)));
+
+        EXPECT_EQ(refusal.name, NSInvalidUnarchiveOperationException);
+        EXPECT_THAT(refusal.reason, HasSubstr("neither an object nor a value in object 2"));
+    }
+}
+
+TEST_F(NSKeyedUnarchiverTest, AnObjectWhoseClassIsNoneIsRefused) {
+    const std::vector<TestArchive::Fields> objects = {
+        {},
+        {{"$class", archive.text("NSArray")}},
+        {{"$class", archive.uid(0)}},
+        {{"$class", archive.uid(1'000)}},
+        {{"$class", archive.uid(archive.add(archive.text("NSArray")))}},
+        {{"$class", archive.uid(archive.add(archive.dictionary({})))}},
+        {{"$class",
+          archive.uid(archive.add(archive.dictionary({{"$classname", archive.number(1)}})))}}};
+    for (const TestArchive::Fields& fields : objects) {
+        TestArchive other = archive;
+        const Refusal refusal = refusalOf(other.bytes(other.add(other.dictionary(fields))));
+
+        EXPECT_EQ(refusal.name, NSInvalidUnarchiveOperationException);
+        EXPECT_THAT(refusal.reason,
+                    HasSubstr("missing class information for object for key ($class)"));
+    }
 }
 
 TEST_F(NSKeyedUnarchiverTest, NothingGivesNullAndAMessageOnTheConsole) {
@@ -258,6 +320,16 @@ TEST_F(NSKeyedUnarchiverTest, APropertyListMayStandWithinTheObjectWhereThatIsAsk
               Value(Dictionary{{"a", 1}}));
 }
 
+TEST_F(NSKeyedUnarchiverTest, APropertyListWithinTheObjectIsMadeOnce) {
+    const TestArchive::Fields fields = {{"k", archive.dictionary({{"a", archive.number(1)}})}};
+    const Value both = probed(fields, [](NSCoder& coder) {
+        const Value first = coder.decodePropertyListForKey("k");
+        return ValueArray{first, coder.decodePropertyListForKey("k")};
+    });
+
+    EXPECT_EQ(both.ifArray()->at(0).ifDictionary(), both.ifArray()->at(1).ifDictionary());
+}
+
 TEST_F(NSKeyedUnarchiverTest, WhatAClassRefusesIsTheUnarchiversException) {
     const Refusal ours = probeRefusal({}, [](NSCoder& coder) -> Value {
         coder.failDecoding("the wheel has no spokes");
@@ -312,6 +384,35 @@ TEST_F(NSKeyedUnarchiverTest, AURLThatIsNoFilesKeepsItsText) {
 
     ASSERT_TRUE(url);
     EXPECT_EQ(url->relativeString(), "https://example.com/x y");
+    EXPECT_EQ(url->description(), "https://example.com/x y");
+}
+
+// An archive of a URL relative to one that is relative to the others, which come before it.
+std::string relativeURLs(const std::vector<std::string_view>& texts) {
+    TestArchive archive;
+    const auto theClass = archive.addClass("NSURL");
+    std::uint32_t last = 0;
+    for (const std::string_view text : texts) {
+        const auto relative = archive.add(archive.text(text));
+        last = archive.addObject(
+            theClass, {{"NS.base", archive.uid(last)}, {"NS.relative", archive.uid(relative)}});
+    }
+    return archive.bytes(last);
+}
+
+TEST_F(NSKeyedUnarchiverTest, TheBaseOfAURLIsAbsolute) {
+    const Value value = unarchived(relativeURLs({"https://example.com/", "page"}));
+    const Value same = unarchived(relativeURLs({"https://example.com/", "page"}));
+    const Value other = unarchived(relativeURLs({"https://example.org/", "page"}));
+
+    EXPECT_EQ(value.description(), "page -- https://example.com/");
+    EXPECT_EQ(value.object()->isa().name(), "ArchivedURL");
+    EXPECT_EQ(value, same);
+    EXPECT_EQ(value.object()->hash(), same.object()->hash());
+    EXPECT_NE(value, other);
+    EXPECT_TRUE(unarchived(relativeURLs({"file:///tmp/", "x"})).object<ArchivedURL>());
+    EXPECT_THAT(refusalOf(relativeURLs({"https://example.com/", "page", "part"})).reason,
+                HasSubstr("no absolute URL for key (NS.base)"));
 }
 
 TEST_F(NSKeyedUnarchiverTest, ContentsOfTheWrongFormAreRefused) {

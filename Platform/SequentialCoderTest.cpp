@@ -207,6 +207,32 @@ TEST(SequentialCoderTest, ARefusalIsTheUnarchiversAndNamesThePlace) {
     }
 }
 
+TEST(SequentialCoderTest, AClassWithoutASequentialFormIsRefused) {
+    for (const char* name : {"NSURL", "NSUUID", "NSNull"}) {
+        SequentialDecoder decoder({name, "x"});
+        EXPECT_THROW(static_cast<void>(decoder.decodeObject()), NSException) << name;
+    }
+}
+
+TEST(SequentialCoderTest, WhatStandsForAnObjectIsWrittenAsThatObject) {
+    const auto exception = std::make_shared<ExceptionObject>("IO", "no reason", std::nullopt);
+    SequentialEncoder direct;
+    SequentialEncoder byReference;
+
+    direct.encodeObject(exception);
+    byReference.encodeObject(std::make_shared<ExceptionReference>(exception));
+
+    EXPECT_EQ(byReference.values(), direct.values());
+}
+
+TEST(SequentialCoderTest, AnExceptionThatReachesItselfHasNoSequence) {
+    const auto exception = NSException::exceptionWithNameReasonUserInfo("IO", "no reason");
+    exception.object()->setUserInfoValueForKey(exception.object(), "Cause");
+    SequentialEncoder encoder;
+
+    EXPECT_THROW(encoder.encodeObject(exception.object()), NSException);
+}
+
 TEST(SequentialCoderDeathTest, TheKeyedCallsAreRefusedAsABug) {
     SequentialEncoder encoder;
 

@@ -3,9 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "Common/Source/Utilities/NSLogLogger.h"
+#include "Common/Source/Utilities/RecordExtent.h"
 #include "Common/Source/Utilities/TestLogger.h"
+#include "Platform/DescriptionScope.h"
 
 namespace sevrin {
 namespace {
@@ -140,6 +144,37 @@ TEST_F(StructuredRecordsTest, WhatIsBelowAPointKeyIsSubrosaToo) {
     EXPECT_THAT(logger_.lines(), ElementsAre("8 .List: [8.1.1]", "8 [0]: 1 [8.1.1.1]"));
 }
 
+TEST_F(StructuredRecordsTest, ACollectionWithoutEndIsCutShort) {
+    const ValueArray endless(2 * kRecordLinesMax, 1);
+    log("array", endless);
+
+    ASSERT_EQ(logger_.lines().size(), kRecordLinesMax + 1);
+    EXPECT_EQ(logger_.lines()[kRecordLinesMax - 1], "7 [9998]: 1 [8.1.1.9999]");
+    EXPECT_EQ(logger_.lines()[kRecordLinesMax], "7 ... [8.1.1.10000]");
+}
+
+TEST_F(StructuredRecordsTest, ADictionaryWithoutEndIsCutShort) {
+    std::vector<Dictionary::Entry> entries;
+    for (std::size_t key = 0; key < 2 * kRecordLinesMax; ++key)
+        entries.emplace_back(key, "x");
+    log("dictionary", Dictionary::fromEntries(std::move(entries)));
+
+    ASSERT_EQ(logger_.lines().size(), kRecordLinesMax + 1);
+    EXPECT_EQ(logger_.lines().back(), "7 ... [8.1.1.10000]");
+}
+
+TEST_F(StructuredRecordsTest, ValuesOfEnormousSizeAreCutShortAndTheNextRecordStartsAnew) {
+    const Value enormous = std::string(platform::kDescriptionBytesMax, 'a');
+    log("array", ValueArray(2 * kRecordBytesMax / platform::kDescriptionBytesMax, enormous));
+    const std::vector<std::string> cut = logger_.lines();
+
+    log("array", ValueArray{1, 2});
+
+    EXPECT_EQ(cut.back(), "7 ... [8.1.1.17]");
+    EXPECT_EQ(logger_.lines().size(), cut.size() + 3);
+    EXPECT_EQ(logger_.lines().back(), "7 [1]: 2 [8.1.2.2]");
+}
+
 // Its description must not be asked for.
 class Undescribed : public Object {
 public:
@@ -168,10 +203,10 @@ TEST_F(StructuredRecordsTest, EmptyDataIsItsHead) {
 }
 
 TEST_F(StructuredRecordsTest, ARowIsOffsetBytesAndCharacters) {
-    dump("Az \x1F\x7F\x80~", 0);
+    dump(std::string_view("Az \0\x1F\x7F\x80\xFF~", 9), 0);
 
-    EXPECT_THAT(logger_.lines(), ElementsAre("5 data: 7 bytes [8.1.1]",
-                                             "7 000000: 417a201f7f807e |Az ___~| [8.1.1.1]"));
+    EXPECT_THAT(logger_.lines(), ElementsAre("5 data: 9 bytes [8.1.1]",
+                                             "7 000000: 417a20001f7f80ff7e |Az _____~| [8.1.1.1]"));
 }
 
 TEST_F(StructuredRecordsTest, SixtyFourBytesAreOneRow) {
