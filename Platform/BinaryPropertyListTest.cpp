@@ -160,14 +160,17 @@ TEST_P(BinaryPropertyListRefusalTest, IsRefusedWithItsReason) {
     EXPECT_THAT(refusalOf(GetParam().bytes), HasSubstr(GetParam().reason));
 }
 
+// One text, with the table behind byte 255 and one byte for the offset in it.
+std::string listWithShortOffsets() {
+    const std::string text = hex("5F 11 0100") + std::string(256, '3');
+    return "bplist00" + text + hex("08") + std::string(6, '\0') + "\1\1" + bigEndian(1) +
+           bigEndian(0) + bigEndian(8 + text.size());
+}
+
 std::vector<Refusal> refusals() {
     const std::string right = listOf({"A1 01", "09"});
     std::string noOffsetBytes = right;
     noOffsetBytes[noOffsetBytes.size() - 26] = '\0';
-    // The table lies behind byte 255, its one offset has one byte.
-    const std::string text = hex("5F 11 0100") + std::string(256, '3');
-    const std::string shortOffsets = "bplist00" + text + hex("08") + std::string(6, '\0') + "\1\1" +
-                                     bigEndian(1) + bigEndian(0) + bigEndian(8 + text.size());
     // One byte for each offset, as many as they would need with four.
     const std::string elsewhere = "bplist00\x09" + hex("63") + std::string(6, '\0') + "\1\1" +
                                   bigEndian(1) + bigEndian(0) + bigEndian(9);
@@ -189,7 +192,7 @@ std::vector<Refusal> refusals() {
         {"TableInTheHeader", listOf({"09"}, {.tableError = -2}), "table of offsets"},
         {"TopBeyondTheEnd", listOf({"09"}, {.top = 1}), "top object"},
         {"AnOffsetElsewhere", elsewhere, "offset leads outside"},
-        {"OffsetsTooSmall", shortOffsets, "offsets too small"},
+        {"OffsetsTooSmall", listWithShortOffsets(), "offsets too small"},
         {"ReferencesTooSmall", listOf(std::vector<std::string>(256, "09")), "references too small"},
         {"TwoObjectsInOnePlace",
          "bplist00\x09" + hex("08 08") + std::string(6, '\0') + "\1\1" + bigEndian(2) +
