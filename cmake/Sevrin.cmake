@@ -1,6 +1,10 @@
 # What every target of the project shares: language level, warnings, sanitizers, tests.
 
 include_guard(GLOBAL)
+# On Debian, libraries of one kind of processor have a folder of their own, also below /usr/local.
+if(EXISTS /etc/debian_version AND CMAKE_LIBRARY_ARCHITECTURE)
+  set(CMAKE_INSTALL_LIBDIR lib/${CMAKE_LIBRARY_ARCHITECTURE} CACHE PATH "Where libraries go, from the prefix")
+endif()
 include(GNUInstallDirs)
 
 set(CMAKE_CXX_STANDARD 20)
