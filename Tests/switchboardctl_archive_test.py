@@ -102,15 +102,42 @@ class ArchiveVerbTest(unittest.TestCase):
             1, {"real": 1.0}, True, 2**53, {"integer": str(2**53 + 1)}, {"integer": str(-2**63)},
             {"integer": str(2**64 - 1)}, {"real": "inf"}, {"real": -0.0}, {"data": "AA=="}, "1", {"uid": 3}]))
 
+    def test_what_is_not_a_number_keeps_its_bits(self):
+        objects = [float("nan")]
+        archive = archive_of(objects)
+        place = archive.index(b"\x23\x7f\xf8")
+        archive = archive[:place + 1] + b"\xff\xf4" + b"\0" * 5 + b"\x07" + archive[place + 9:]
+        record = json.loads(ctl("to-json", "-", stdin=archive).stdout)
+        member = record["archive"]["dictionary"]["$objects"]["array"][1]
+        self.assertEqual(member, {"real": "nan", "bits": "fff4000000000007"})
+        # As who sorts the members of every object has it.
+        sorted_text = json.dumps(record, sort_keys=True).encode()
+        self.assertIn(bytes.fromhex("23fff4000000000007"), ctl("from-json", "-", stdin=sorted_text).stdout)
+        plain = json.dumps(record).replace(', "bits": "fff4000000000007"', "").encode()
+        self.assertIn(bytes.fromhex("237ff8000000000000"), ctl("from-json", "-", stdin=plain).stdout)
+
     def test_json_that_says_no_archive_is_refused(self):
         wrong = {
-            b"": "no JSON", b"[": "no JSON", b"[]": 'no member "archive"', b'{"archive":null}': "stands alone",
+            b"": "no JSON: it is empty", b"[": "no JSON: parse error at line 1, column 2: ",
+            b'{"v": 1,\n"archive": {"real" 1}}': "no JSON: parse error at line 2, column 20: .*expected ':'",
+            b'{"archive":{"real":1e400}}': "no JSON: number overflow parsing '1e400'",
+            b'{"archive":{"' + b"x" * 1000: "no JSON: .{200}\\.\\.\\.$",
+            b"[]": 'no member "archive"', b'{"archive":null}': "stands alone",
             b'{"archive":"x"}': "no dictionary", b'{"archive":{"dictionary":{}}}': "archiver",
-            b'{"archive":1.5}': "stands alone", b'{"archive":{}}': "without a kind",
+            b'{"archive":1.5}': "the number 1.5 stands alone", b'{"archive":{}}': "without a kind",
+            b'{"archive":99999999999999999999}': 'the number 1e.20 stands alone; .*{"integer": "..."}',
+            b'{"archive":{"real":"much"}}': 'no number: "much"', b'{"archive":{"real":null}}': "no number: null",
+            b'{"archive":{"real":"nan","bits":""}}': 'not those of a nan: ""',
+            b'{"archive":{"real":"nan","bits":"0"}}': "not those of a nan",
+            b'{"archive":{"real":"nan","bits":"7ff8x"}}': "not those of a nan",
+            b'{"archive":{"real":"nan","bits":"7ff80000000000000"}}': "not those of a nan",
+            b'{"archive":{"real":"nan","bits":7}}': "not those of a nan: 7",
+            b'{"archive":{"real":1.5,"bits":"7ff8000000000000"}}': "several members: .*1.5",
             b'{"archive":{"wheel":1}}': "no known kind", b'{"archive":{"data":"x"}}': "base64",
             b'{"archive":{"uid":4294967296}}': "reference", b'{"archive":{"uid":-1}}': "reference",
             b'{"archive":{"integer":"1e5"}}': "64 bits", b'{"archive":{"integer":"18446744073709551616"}}': "64 bits",
-            b'{"archive":{"a":1,"b":2}}': "several members", b'{"v":2,"archive":1}': "version",
+            b'{"archive":{"a":1,"b":2}}': "several members",
+            b'{"archive":{"dictionary":{"a":1,"b":2,"a":3}}}': 'twice: "a"', b'{"v":2,"archive":1}': "version",
             b'{"archive":' + b'{"array":[' * 600 + b"]}" * 600 + b"}": "too deep",
             b"[" * 1000000: "no JSON",
         }
@@ -179,10 +206,37 @@ class ArchiveVerbTest(unittest.TestCase):
     def test_a_file_that_cannot_be_read_is_refused_with_the_reason(self):
         self.assertRefused(ctl("show", os.path.join(self.folder, "missing")), "missing: No such file")
         self.assertRefused(ctl("show", self.folder), "Is a directory")
+        self.assertRefused(ctl("show", ""), 'archive: "": No such file')
+        self.assertRefused(ctl("diff", good("ktpath"), "missing"), "archive: missing: No such file")
+
+    def test_standard_input_is_called_by_its_name(self):
+        self.assertRefused(ctl("show", "-"), "archive: standard input: no keyed archive: it is empty")
+        self.assertRefused(ctl("from-json", "-"), "archive: standard input: no JSON: it is empty")
+        with open(good("ktpath"), "rb") as file:
+            content = file.read()
+        self.assertEqual(ctl("diff", "-", good("ktpath"), stdin=content).returncode, 0)
+        twice = ctl("diff", "-", "-", stdin=content)
+        self.assertEqual((twice.returncode, twice.stdout), (2, b""))
+        self.assertIn(b"standard input can be read once only", twice.stderr)
+
+    def test_an_answer_that_cannot_be_written_is_not_taken_for_one(self):
+        text = ctl("to-json", good("ktpath")).stdout
+        for arguments, stdin in ((("show", good("ktpath")), b""), (("to-json", good("ktpath")), b""),
+                                 (("from-json", "-"), text)):
+            with self.subTest(arguments), open("/dev/full", "wb") as full:
+                outcome = subprocess.run([CTL, "archive", *arguments], input=stdin, stdout=full,
+                                         stderr=subprocess.PIPE, timeout=60, check=False)
+                self.assertEqual(outcome.returncode, 125)
+                self.assertIn(b"cannot write the answer: No space left on device", outcome.stderr)
+
+    def test_a_tree_as_json_is_the_archive_as_json(self):
+        self.assertEqual(ctl("show", "--json", good("ktpath")).stdout, ctl("to-json", good("ktpath")).stdout)
 
     def test_the_number_of_files_is_checked(self):
         self.assertEqual(ctl("diff", good("ktpath")).returncode, 2)
         self.assertEqual(ctl("show", good("ktpath"), good("ktpath")).returncode, 2)
+        self.assertEqual(ctl("diff", good("ktpath"), good("ktpath"), good("ktpath")).returncode, 2)
+        self.assertEqual(ctl("show").returncode, 2)
         self.assertEqual(ctl("frob", good("ktpath")).returncode, 2)
 
 

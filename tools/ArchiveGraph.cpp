@@ -19,6 +19,7 @@ namespace {
 constexpr std::size_t kDataShownMax = 32;
 
 BinaryPropertyList listOf(const std::string& bytes) {
+    if (bytes.empty()) throw ArchiveError("no keyed archive: it is empty");
     try {
         return BinaryPropertyList(bytes);
     } catch (const platform::PropertyListError& error) {

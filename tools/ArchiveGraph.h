@@ -79,10 +79,11 @@ private:
 // An archive as JSON, without loss, and back. Text, true, false and integers up to 2^53 are JSON's
 // own; everything else is an object with one member that names its kind: "integer" (digits),
 // "real" (a number, or "inf", "-inf", "nan"), "date" (seconds since 2001), "data" (base64), "uid"
-// (the number of the object referred to), "array", "dictionary".
+// (the number of the object referred to), "array", "dictionary". Beside "nan" stand its "bits".
 [[nodiscard]] Json jsonOfArchive(const ArchiveGraph& graph);
 
-// Throws ArchiveError for JSON that does not say an archive.
-[[nodiscard]] std::string archiveOfJson(const Json& json);
+// The archive that such JSON says. Throws ArchiveError for text that is no JSON or says no archive;
+// the reason names the place or the value.
+[[nodiscard]] std::string archiveOfJson(std::string_view text);
 
 }  // namespace sevrin

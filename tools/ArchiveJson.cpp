@@ -8,6 +8,9 @@
 #include <cmath>
 #include <limits>
 #include <optional>
+#include <set>
+#include <string>
+#include <vector>
 
 #include "Platform/BinaryPropertyListWriter.h"
 #include "tools/ArchiveGraph.h"
@@ -80,6 +83,54 @@ Json jsonOfNode(const BinaryPropertyList& list, Index node) {
     throw ArchiveError("no archive as JSON: " + what);
 }
 
+// As much of a text as a message shows.
+std::string excerpt(std::string_view text) {
+    constexpr std::size_t kBytesMax = 200;
+    return std::string(text.substr(0, kBytesMax)) + (text.size() > kBytesMax ? "..." : "");
+}
+
+// Refuses, while JSON is parsed, what the parser would drop: all but one of the members of an
+// object that have the same name.
+class NamesOnce {
+public:
+    bool operator()(int, Json::parse_event_t event, const Json& parsed) {
+        switch (event) {
+            case Json::parse_event_t::object_start:
+                names_.emplace_back();
+                break;
+            case Json::parse_event_t::object_end:
+                names_.pop_back();
+                break;
+            case Json::parse_event_t::key:
+                if (!names_.back().insert(parsed.get<std::string>()).second) {
+                    fail("a member that stands twice: " + excerpt(lineOf(parsed)));
+                }
+                break;
+            default:
+                break;
+        }
+        return true;
+    }
+
+private:
+    std::vector<std::set<std::string>> names_;  // of the objects around, the innermost last
+};
+
+// Throws ArchiveError with the line and the column of the mistake.
+Json parsed(std::string_view text) {
+    if (text.empty()) throw ArchiveError("no JSON: it is empty");
+    try {
+        return Json::parse(text, NamesOnce());
+    } catch (const Json::exception& error) {
+        // The parser puts its own name and number for the mistake in brackets before the words.
+        constexpr std::string_view kNameEnd = "] ";
+        const std::string_view reason = error.what();
+        const std::size_t nameEnd = reason.find(kNameEnd);
+        const std::size_t start = nameEnd == reason.npos ? 0 : nameEnd + kNameEnd.size();
+        throw ArchiveError("no JSON: " + excerpt(reason.substr(start)));
+    }
+}
+
 // The bytes that base64 spells, with its padding; nothing for other text.
 std::optional<std::string> bytesOfBase64(std::string_view text) {
     constexpr std::string_view kDigits =
@@ -124,22 +175,23 @@ private:
             case Json::value_t::object:
                 break;
             case Json::value_t::number_float:
-                fail("a number with a fraction stands alone; it must be {\"real\": ...}");
+                fail("the number " + lineOf(json) +
+                     " stands alone; it must be {\"real\": ...}, or {\"integer\": \"...\"}");
             default:
                 fail("null or an array stands alone");
         }
         if (json.empty()) fail("an object without a kind");
-        const auto member = json.begin();
-        const std::string& kind = member.key();
-        if (json.size() != 1 && !(kind == "real" && json.size() == 2 && json.contains("bits"))) {
-            fail("an object with several members");
+        const auto bits = json.find("bits");
+        if (json.size() == 2 && bits != json.end() && json.value("real", Json()) == "nan") {
+            return writer_.addReal(notANumber(*bits));
         }
-        return addTyped(kind, member.value(), json);
+        if (json.size() != 1) fail("an object with several members: " + excerpt(lineOf(json)));
+        return addTyped(json.begin().key(), json.begin().value());
     }
 
-    Index addTyped(const std::string& kind, const Json& content, const Json& whole) {
-        if (kind == "real") return writer_.addReal(real(content, whole));
-        if (kind == "date") return writer_.addDate(real(content, whole));
+    Index addTyped(const std::string& kind, const Json& content) {
+        if (kind == "real") return writer_.addReal(real(content));
+        if (kind == "date") return writer_.addDate(real(content));
         if (kind == "integer") return addInteger(content);
         if (kind == "uid") return addUID(content);
         if (kind == "data") {
@@ -175,16 +227,25 @@ private:
         writer_.setDictionary(index, keys, values);
     }
 
-    static double real(const Json& content, const Json& whole) {
+    static double real(const Json& content) {
         if (content.is_number()) return content.get<double>();
         if (content == "inf") return std::numeric_limits<double>::infinity();
         if (content == "-inf") return -std::numeric_limits<double>::infinity();
-        if (content != "nan") fail("a real that is no number");
-        const std::string digits = whole.value("bits", "7ff8000000000000");
-        std::uint64_t bits = 0;
-        const auto end = digits.data() + digits.size();
-        if (std::from_chars(digits.data(), end, bits, 16).ptr != end) fail("bits of no number");
-        return std::bit_cast<double>(bits);
+        if (content == "nan") return std::numeric_limits<double>::quiet_NaN();
+        fail("a real that is no number: " + excerpt(lineOf(content)));
+    }
+
+    // The one of all that are not numbers that has these bits, in hexadecimal.
+    static double notANumber(const Json& bits) {
+        const std::string digits = bits.is_string() ? bits.get<std::string>() : std::string();
+        std::uint64_t number = 0;
+        const char* const end = digits.data() + digits.size();
+        const auto read = std::from_chars(digits.data(), end, number, 16);
+        const auto real = std::bit_cast<double>(number);
+        if (read.ec != std::errc() || read.ptr != end || !std::isnan(real)) {
+            fail("bits that are not those of a nan: " + excerpt(lineOf(bits)));
+        }
+        return real;
     }
 
     Index addInteger(const Json& content) {
@@ -220,7 +281,8 @@ Json jsonOfArchive(const ArchiveGraph& graph) {
     return record;
 }
 
-std::string archiveOfJson(const Json& json) {
+std::string archiveOfJson(std::string_view text) {
+    const Json json = parsed(text);
     if (!json.is_object() || !json.contains("archive")) fail("there is no member \"archive\"");
     if (json.contains("v") && json["v"] != 1) fail("a version other than 1");
     try {

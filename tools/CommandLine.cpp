@@ -124,6 +124,8 @@ ExitStatus CommandLine::run(std::span<char*> arguments) try {
     return show({ExitStatus::Usage, "", mistake.what()}, verbName());
 } catch (const std::length_error& mistake) {
     return show({ExitStatus::Usage, "", mistake.what()}, verbName());
+} catch (const std::bad_alloc&) {
+    return show({ExitStatus::Broken, "", "there is not enough memory for it"}, verbName());
 } catch (const std::exception& error) {
     return show({ExitStatus::Broken, "", error.what()}, verbName());
 }

@@ -1,10 +1,14 @@
 // `switchboardctl archive`: shows, spells, makes and compares keyed archives. Asks no switchboard.
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <limits>
 #include <memory>
+#include <string_view>
 
 #include "tools/ArchiveGraph.h"
 #include "tools/ArchiveText.h"
@@ -19,19 +23,30 @@ struct ArchiveOptions {
     std::vector<std::string> files;
 };
 
-// All of a file; of standard input for "-".
+constexpr std::string_view kInput = "-";
+
+// A file as messages name it.
+std::string nameOf(const std::string& file) {
+    if (file == kInput) return "standard input";
+    return file.empty() ? "\"\"" : file;
+}
+
+// All of a file; of standard input for "-". A device without an end is not read for ever.
 std::string contentOf(const std::string& file) {
-    const bool isInput = file == "-";
+    constexpr std::size_t kBytesMax = std::numeric_limits<std::uint32_t>::max();
+    const bool isInput = file == kInput;
     const std::unique_ptr<std::FILE, int (*)(std::FILE*)> opened(
         isInput ? nullptr : std::fopen(file.c_str(), "rbe"), &std::fclose);
     std::FILE* const stream = isInput ? stdin : opened.get();
-    if (stream == nullptr) throw Failure(ExitStatus::No, file, std::strerror(errno));
+    if (stream == nullptr) throw Failure(ExitStatus::No, nameOf(file), std::strerror(errno));
     std::string content;
     char chunk[1 << 16];
-    while (const std::size_t size = std::fread(chunk, 1, sizeof chunk, stream))
+    while (const std::size_t size = std::fread(chunk, 1, sizeof chunk, stream)) {
+        if (size > kBytesMax - content.size()) throw ArchiveError("4 GB and more are not read");
         content.append(chunk, size);
+    }
     // A folder can be opened, but not read.
-    if (std::ferror(stream) != 0) throw Failure(ExitStatus::No, file, std::strerror(errno));
+    if (std::ferror(stream) != 0) throw Failure(ExitStatus::No, nameOf(file), std::strerror(errno));
     return content;
 }
 
@@ -40,9 +55,7 @@ ExitStatus makeArchive(const std::string& file) {
         throw Failure(ExitStatus::Usage, "", "an archive is not for a terminal",
                       "switchboardctl archive from-json FILE > ARCHIVE");
     }
-    const Json json = Json::parse(contentOf(file), nullptr, false);
-    if (json.is_discarded()) throw ArchiveError("no JSON");
-    writeAnswer(archiveOfJson(json));
+    writeAnswer(archiveOfJson(contentOf(file)));
     return ExitStatus::Done;
 }
 
@@ -70,15 +83,18 @@ ExitStatus runArchive(const Invocation& invocation, const ArchiveOptions& option
             fmt::format("{} takes {}", options.action, wanted == 1 ? "one file" : "two files"),
             "switchboardctl archive --help");
     }
+    if (std::count(options.files.begin(), options.files.end(), kInput) > 1) {
+        throw Failure(ExitStatus::Usage, "", "standard input can be read once only");
+    }
     std::string file = options.files.front();
     try {
         if (options.action == "from-json") return makeArchive(file);
         const ArchiveGraph graph(contentOf(file));
-        if (options.action == "show") {
-            const std::string tree = archiveTree(graph);
-            writeAnswer(tree);
-        } else if (options.action == "to-json") {
+        if (options.action == "to-json" ||
+            (options.action == "show" && invocation.options().isJson)) {
             writeAnswer(lineOf(jsonOfArchive(graph)) + '\n');
+        } else if (options.action == "show") {
+            writeAnswer(archiveTree(graph));
         } else {
             file = options.files.back();
             const ArchiveGraph other(contentOf(file));
@@ -86,7 +102,7 @@ ExitStatus runArchive(const Invocation& invocation, const ArchiveOptions& option
         }
         return ExitStatus::Done;
     } catch (const ArchiveError& error) {
-        throw Failure(ExitStatus::No, file, error.what());
+        throw Failure(ExitStatus::No, nameOf(file), error.what());
     }
 }
 
@@ -107,7 +123,7 @@ void addArchive(CommandLine& commandLine) {
     verb.add_option("file", options->files, "The file, or - for standard input; two for diff")
         ->type_name("FILE")
         ->required()
-        ->expected(1, 2);
+        ->expected(-1);
 }
 
 }  // namespace sevrin
