@@ -155,44 +155,6 @@ TEST(KTVolumeInfoTest, AVolumeThatIsMountedTwiceIsOne) {
               std::nullopt);
 }
 
-TEST(KTVolumeInfoTest, AVolumeOfADiskTellsItsIdentityAndJournal) {
-    TestMounts mounts;
-    const std::string place =
-        mounts.mountImage("mount", "ext4 -q -L Data -U 01234567-89ab-cdef-0123-456789abcdef", "8M");
-    SEVRIN_SKIP_WITHOUT(mounts);
-    const auto volume = volumeOf(place);
-
-    EXPECT_STREQ(volume->cFilesystemType(), "ext4");
-    EXPECT_STREQ(volume->cName(), "Data");
-    EXPECT_EQ(volume->name(), "Data");
-    ASSERT_NE(volume->uuidCStr(), nullptr);
-    EXPECT_STREQ(volume->uuidCStr(), "01234567-89AB-CDEF-0123-456789ABCDEF");
-    EXPECT_EQ(volume->syntheticUUID(), "01234567-89AB-CDEF-0123-456789ABCDEF");
-    EXPECT_TRUE(volume->hasJournal());
-    EXPECT_TRUE(volume->hasPersistentObjects());
-    EXPECT_TRUE(volume->isCaseSensitive());
-    EXPECT_TRUE(volume->has2TBFiles());
-    EXPECT_TRUE(volume->isLocal());
-    EXPECT_GT(volume->totalBytes(), volume->freeBytes());
-    EXPECT_GT(volume->freeBytes(), 0);
-    EXPECT_TRUE(volume->copy()->uuidCStr() != nullptr &&
-                volume->copy()->uuidCStr() != volume->uuidCStr());
-}
-
-TEST(KTVolumeInfoTest, AVolumeWithoutLargeFilesHasFourGibibytes) {
-    TestMounts mounts;
-    const std::string place = mounts.mountImage("mount", "vfat", "8M");
-    SEVRIN_SKIP_WITHOUT(mounts);
-    const auto volume = volumeOf(place);
-
-    EXPECT_FALSE(volume->has2TBFiles());
-    EXPECT_EQ(volume->maxFileSize(), 4'294'967'296);
-    EXPECT_FALSE(volume->hasSymbolicLinks());
-    EXPECT_FALSE(volume->hasHardLinks());
-    EXPECT_FALSE(volume->isCaseSensitive());
-    EXPECT_FALSE(volume->usesOwnership());
-}
-
 TEST(KTVolumeInfoTest, AVolumeWithoutSizesSaysSo) {
     const auto volume = volumeOf("/proc");
 
