@@ -19,10 +19,14 @@ SOURCES = [path for folder in ["Platform", "Common", "switchboard", "client", "t
 WIRE = (ROOT / "docs/wire-protocol.md").read_text()
 
 
+def prose(document):
+    """What stands outside code blocks."""
+    return re.sub(r"^```.*?^```", "", document.read_text(), flags=re.DOTALL | re.MULTILINE)
+
+
 def quoted(document):
-    """The words in backticks outside code blocks."""
-    prose = re.sub(r"^```.*?^```", "", document.read_text(), flags=re.DOTALL | re.MULTILINE)
-    return re.findall(r"`([^`\n]+)`", prose)
+    """The words in backticks."""
+    return re.findall(r"`([^`\n]+)`", prose(document))
 
 
 class NamesTest(unittest.TestCase):
@@ -30,7 +34,7 @@ class NamesTest(unittest.TestCase):
 
     def test_every_link_leads_to_a_file(self):
         for document in DOCUMENTS:
-            for target in re.findall(r"\]\(([^)#\s]+)[^)]*\)", document.read_text()):
+            for target in re.findall(r"\]\(([^)#\s]+)[^)]*\)", prose(document)):
                 if not target.startswith(("http:", "https:")):
                     self.assertTrue((document.parent / target).exists(), f"{document.name} links to {target}")
 

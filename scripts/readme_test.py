@@ -16,13 +16,14 @@ sys.dont_write_bytecode = True
 from private_switchboard import Failure, Place, eventually, stop  # noqa: E402
 
 ROOT = Path(__file__).resolve().parent.parent
+README = ROOT / "README.md"
 NOBODY = 65534
 
 
-def blocks(kind):
-    """The contents of the README's code blocks of one kind."""
+def blocks(kind, document=README):
+    """The contents of a document's code blocks of one kind."""
     found, current = [], None
-    for line in (ROOT / "README.md").read_text().splitlines():
+    for line in document.read_text().splitlines():
         if current is None and line.startswith("```"):
             current = (line[3:], [])
         elif current is not None and line == "```":
@@ -34,12 +35,16 @@ def blocks(kind):
     return found
 
 
+def write_program(program, place, document=README):
+    text = f"// Written by the build from {document.name}.\n" + program
+    if not place.exists() or place.read_text() != text:
+        place.write_text(text)
+
+
 def extract(place):
     programs = blocks("cpp")
     assert len(programs) == 1, f"README.md has {len(programs)} C++ programs"
-    text = "// Written by the build from README.md.\n" + programs[0]
-    if not place.exists() or place.read_text() != text:
-        place.write_text(text)
+    write_program(programs[0], place)
 
 
 def run(programs, program):
