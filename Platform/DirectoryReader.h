@@ -23,7 +23,8 @@ enum class DirectoryReader : std::uint8_t {
 
 // While it lives, the whole process has no better reader than the one named: Attribute takes
 // getattrlistbulk away, Plain takes it and every volume's VOL_CAP_INT_READDIRATTR away. The calls
-// themselves go on working. For tests; at most one at a time.
+// themselves go on working. For tests, and for tools that show what a reader sees; at most one at a
+// time.
 class DirectoryReaderOverride {
 public:
     explicit DirectoryReaderOverride(DirectoryReader best) noexcept;

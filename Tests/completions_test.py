@@ -75,7 +75,7 @@ class CompletionsTest(ProgramTest):
 
     def test_bash_completes_the_verbs_and_the_options_of_each(self):
         self.assertEqual(self.bash(""), set(self.verbs))
-        self.assertEqual(self.bash("p"), {"ping", "publish", "post", "prefs"})
+        self.assertEqual(self.bash("p"), {"ping", "publish", "post", "prefs", "path"})
         for verb, options in self.options.items():
             with self.subTest(verb=verb):
                 self.assertEqual(self.bash(verb, "-"), options)
@@ -106,6 +106,21 @@ class CompletionsTest(ProgramTest):
                 arguments = [] if verb == "ping" else ["a"]
                 refusal = self.ctl(verb, *arguments, "--output", "frob").errors
                 self.assertEqual(columns, set(re.search(r"Try: (\S+)$", refusal, re.MULTILINE)[1].split(",")))
+
+    def test_the_columns_of_path_are_those_of_what_it_is_to_do(self):
+        for action in ("stat", "ls", "tree", "volumes"):
+            with self.subTest(action=action):
+                columns = self.bash("path", action, "--output", "")
+                refusal = self.ctl("path", action, "/", "--output", "frob").errors
+                self.assertEqual(columns, set(re.search(r"Try: (\S+)$", refusal, re.MULTILINE)[1].split(",")))
+                for path in (ZSH, FISH, MANUAL):
+                    self.assertLessEqual({column.removeprefix("native_").removesuffix("_attributes") for column in columns},
+                                         set(re.findall(r"\w+", path.read_text().replace("_attributes", ""))))
+
+    def test_path_completes_its_actions_and_then_files(self):
+        self.assertEqual(self.bash("path", ""), {"stat", "ls", "tree", "volumes", "real"})
+        self.assertEqual(self.bash("path", "ls", "--sort", "n"), {"name", "none"})
+        self.assertEqual(self.bash("path", "ls", self.folder + "/h"), {self.home})
 
     @unittest.skipUnless(shutil.which("fish"), "fish is not installed")
     def test_fish_completes_the_verbs_and_the_options_of_each(self):

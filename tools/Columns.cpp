@@ -48,6 +48,10 @@ Columns::Columns(std::vector<Column> all, const std::string& wanted) : all_(std:
     }
 }
 
+bool Columns::isChosen(std::size_t place) const {
+    return std::ranges::find(chosen_, place) != chosen_.end();
+}
+
 std::string Columns::header() const {
     Cells names;
     for (const std::size_t place : chosen_)

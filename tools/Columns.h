@@ -24,6 +24,13 @@ public:
     // name that there is not.
     Columns(std::vector<Column> all, const std::string& wanted);
 
+    // Whether the column at `place` of the verb's list is printed; the cells of others may be
+    // empty.
+    [[nodiscard]] bool isChosen(std::size_t place) const;
+
+    // How many are printed.
+    [[nodiscard]] std::size_t chosenCount() const { return chosen_.size(); }
+
     // One line, with its end: the names in upper case, or the chosen cells of a row, padded to at
     // least the columns' widths.
     [[nodiscard]] std::string header() const;

@@ -23,6 +23,15 @@ TEST(ColumnsTest, TheWishSaysWhichOnesInWhichOrder) {
     EXPECT_EQ(columns("user,pid,user").line({"a", "1", "root"}), "root    1  root\n");
 }
 
+TEST(ColumnsTest, CellsOfColumnsThatAreNotPrintedMayBeLeftOut) {
+    const Columns some = columns("user");
+
+    EXPECT_FALSE(some.isChosen(0));
+    EXPECT_TRUE(some.isChosen(2));
+    EXPECT_EQ(some.chosenCount(), 1u);
+    EXPECT_EQ(some.line({"", "", "root"}), "root\n");
+}
+
 TEST(ColumnsTest, TheHeaderNamesTheChosenOnesInUpperCase) {
     EXPECT_EQ(columns("pid,id").header(), "PID  ID\n");
 }

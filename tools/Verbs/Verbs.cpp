@@ -16,6 +16,7 @@ void addVerbs(CommandLine& commandLine) {
     addArchive(commandLine);
     addPrefs(commandLine);
     addLocations(commandLine);
+    addPath(commandLine);
 }
 
 }  // namespace sevrin

@@ -10,6 +10,7 @@ void addBuild(CommandLine& commandLine);
 void addCall(CommandLine& commandLine);
 void addLocations(CommandLine& commandLine);
 void addMonitor(CommandLine& commandLine);
+void addPath(CommandLine& commandLine);
 void addPing(CommandLine& commandLine);
 void addPost(CommandLine& commandLine);
 void addPrefs(CommandLine& commandLine);

@@ -16,10 +16,13 @@ _switchboardctl_options() {
         monitor) printf '%s\n' --source --count -o --output ;;
         prefs) printf '%s\n' --type -o --output ;;
         locations) printf '%s\n' -o --output ;;
+        path)
+            printf '%s\n' -l --long -a --all --sort --reader --depth -x --one-volume --browsable -o --output
+            ;;
     esac
 }
 
-# The columns that --output of a verb knows.
+# The columns that --output of a verb knows; for path, of what it is to do.
 _switchboardctl_columns() {
     case $1 in
         ping) printf '%s\n' seq time ;;
@@ -27,12 +30,34 @@ _switchboardctl_columns() {
         monitor) printf '%s\n' time name source info ;;
         prefs) printf '%s\n' key type value ;;
         locations) printf '%s\n' name exists mode owner group path ;;
+        path) _switchboardctl_path_columns "$2" ;;
+    esac
+}
+
+_switchboardctl_path_columns() {
+    case $1 in
+        stat)
+            printf '%s\n' path name extension display_name display_path url kind type exists kept_by_backups size \
+                allocated data_length resource_length target entries mount_point links hard_link permissions mode \
+                owner_id owner group_id group access flags acl created modified changed id device script hidden \
+                hidden_extension excluded_from_backup package volume_identifier volume volume_relative_path real_path \
+                transfer_size_min transfer_size_max file_size_bits
+            ;;
+        ls | tree)
+            printf '%s\n' mode links owner group size modified kind allocated data_length owner_id group_id access \
+                flags created changed id device target path name
+            ;;
+        volumes)
+            printf '%s\n' path name display_path type device fsid uuid synthetic_uuid device_number mounted_by_id \
+                mounted_by created data_volume total free available block_size transfer_size files files_free \
+                file_size_max mount_bits flags format interfaces {,native_}{common,volume,directory,file}_attributes
+            ;;
     esac
 }
 
 _switchboardctl() {
-    local verbs='version build ping publish query call wait post monitor archive prefs locations'
-    local verb='' option='' ended='' words=0 i word
+    local verbs='version build ping publish query call wait post monitor archive prefs locations path'
+    local verb='' action='' option='' ended='' words=0 i word
 
     # What stands before the cursor: the verb, how many words follow it, and an option that still wants its value.
     for ((i = 1; i < COMP_CWORD; i++)); do
@@ -47,11 +72,12 @@ _switchboardctl() {
         elif [[ -z $ended && $word == -* ]]; then
             case $word in
                 --color | --timeout | --count | --component-version | --build-number | --source | --info | --info-json | \
-                    --type | -o | --output) option=$word ;;
+                    --type | --sort | --reader | --depth | -o | --output) option=$word ;;
             esac
         elif [[ -z $verb ]]; then
             verb=$word
         else
+            [[ $words == 0 ]] && action=$word
             words=$((words + 1))
         fi
     done
@@ -63,8 +89,10 @@ _switchboardctl() {
     case $option in
         --color) choices='auto always never' ;;
         --type) choices='string boolean integer real date data json' ;;
+        --sort) choices='name size modified none' ;;
+        --reader) choices='best bulk attribute plain' ;;
         -o | --output)
-            choices=$(_switchboardctl_columns "$verb")
+            choices=$(_switchboardctl_columns "$verb" "$action")
             [[ $current == *,* ]] && prefix=${current%,*},
             ;;
         '')
@@ -78,7 +106,9 @@ _switchboardctl() {
                 choices='show to-json from-json diff'
             elif [[ $verb == prefs && $words == 0 ]]; then
                 choices='read write delete list'
-            elif [[ $verb == archive ]]; then
+            elif [[ $verb == path && $words == 0 ]]; then
+                choices='stat ls tree volumes real'
+            elif [[ $verb == archive || $verb == path ]]; then
                 mapfile -t COMPREPLY < <(compgen -f -- "$current")
                 return
             fi

@@ -13,7 +13,7 @@ function __switchboardctl_words
             set ended yes
         else if test -z "$ended"; and string match -q -- '-*' $word
             contains -- $word --color --timeout --count --component-version --build-number --source --info \
-                --info-json --type -o --output
+                --info-json --type --sort --reader --depth -o --output
             and set wants_value yes
         else
             echo $word
@@ -53,6 +53,36 @@ function __switchboardctl_prefs_action
     and test (count (__switchboardctl_words)) -eq 1
 end
 
+# Whether what to do with paths comes next, a path, or an option of that action.
+function __switchboardctl_path_action
+    __switchboardctl_verb path
+    and test (count (__switchboardctl_words)) -eq 1
+end
+
+function __switchboardctl_path_file
+    __switchboardctl_verb path
+    and test (count (__switchboardctl_words)) -ge 2
+end
+
+function __switchboardctl_path_columns
+    switch (__switchboardctl_words)[2]
+        case stat
+            __switchboardctl_columns path name extension display_name display_path url kind type exists \
+                kept_by_backups size allocated data_length resource_length target entries mount_point links hard_link \
+                permissions mode owner_id owner group_id group access flags acl created modified changed id device \
+                script hidden hidden_extension excluded_from_backup package volume_identifier volume \
+                volume_relative_path real_path transfer_size_min transfer_size_max file_size_bits
+        case ls tree
+            __switchboardctl_columns mode links owner group size modified kind allocated data_length owner_id group_id \
+                access flags created changed id device target path name
+        case volumes
+            __switchboardctl_columns path name display_path type device fsid uuid synthetic_uuid device_number \
+                mounted_by_id mounted_by created data_volume total free available block_size transfer_size files \
+                files_free file_size_max mount_bits flags format interfaces \
+                {,native_}{common,volume,directory,file}_attributes
+    end
+end
+
 # The columns given, appended to those that are typed already.
 function __switchboardctl_columns
     set -l typed (string match -r '.*,' -- (commandline -ct | string replace -r '^(--output=|-o)' ''))
@@ -73,10 +103,13 @@ complete -c switchboardctl -n __switchboardctl_no_verb -a monitor -d 'Print noti
 complete -c switchboardctl -n __switchboardctl_no_verb -a archive -d 'Show, convert and compare keyed archives'
 complete -c switchboardctl -n __switchboardctl_no_verb -a prefs -d 'Read and change preferences'
 complete -c switchboardctl -n __switchboardctl_no_verb -a locations -d 'Print where the suite keeps its files'
+complete -c switchboardctl -n __switchboardctl_no_verb -a path -d 'Show files, folders and volumes'
 
 complete -c switchboardctl -n __switchboardctl_archive_action -a 'show to-json from-json diff'
 complete -c switchboardctl -n __switchboardctl_archive_file -F
 complete -c switchboardctl -n __switchboardctl_prefs_action -a 'read write delete list'
+complete -c switchboardctl -n __switchboardctl_path_action -a 'stat ls tree volumes real'
+complete -c switchboardctl -n __switchboardctl_path_file -F
 complete -c switchboardctl -n __switchboardctl_question -a 'version build barrier'
 
 complete -c switchboardctl -s h -l help -d 'Print help and exit'
@@ -111,3 +144,14 @@ complete -c switchboardctl -n '__switchboardctl_verb post' -l source -x -d 'Who 
 complete -c switchboardctl -n '__switchboardctl_verb post' -l info -x -d 'What else to say, as strings'
 complete -c switchboardctl -n '__switchboardctl_verb post' -l info-json -x -d 'What else to say, with types'
 complete -c switchboardctl -n '__switchboardctl_verb monitor' -l source -x -d 'Only what this source posts'
+complete -c switchboardctl -n '__switchboardctl_verb path' -s l -l long -d 'For ls: attributes in front of the names'
+complete -c switchboardctl -n '__switchboardctl_verb path' -s a -l all -d 'For ls and tree: also hidden items'
+complete -c switchboardctl -n '__switchboardctl_verb path' -l sort -x -d 'For ls and tree: the order' \
+    -a 'name size modified none'
+complete -c switchboardctl -n '__switchboardctl_verb path' -l reader -x -d 'For ls and tree: how folders are read' \
+    -a 'best bulk attribute plain'
+complete -c switchboardctl -n '__switchboardctl_verb path' -l depth -x -d 'For tree: so many levels below the first'
+complete -c switchboardctl -n '__switchboardctl_verb path' -s x -l one-volume -d 'For tree: enter no other volume'
+complete -c switchboardctl -n '__switchboardctl_verb path' -l browsable -d 'For volumes: those with files of people'
+complete -c switchboardctl -n '__switchboardctl_verb path' -s o -l output -x -d 'The columns to print' \
+    -a '(__switchboardctl_path_columns)'

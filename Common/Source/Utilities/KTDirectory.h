@@ -90,6 +90,9 @@ public:
     // Reads the entries, unless they have been read.
     void lazyDirectoryRead();
 
+    // Whether they have been read: not after an attempt at a directory that could not be opened.
+    [[nodiscard]] bool isListed() const noexcept { return hasMark(kContentsRead); }
+
     // Forgets them; the next one who asks reads afresh.
     void flushDirectoryContents();
 

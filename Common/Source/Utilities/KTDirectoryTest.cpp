@@ -140,6 +140,23 @@ TEST_P(KTDirectoryReaderTest, ADirectoryThatCannotBeOpenedListsAsEmptyAndIsTried
     EXPECT_EQ(namesOf(*directory), std::vector<std::string>{"a"});
 }
 
+TEST_P(KTDirectoryReaderTest, AnEmptyListIsToldFromOneThatCouldNotBeRead) {
+    folder_.makeFolder("empty");
+    const auto empty = KTDirectory::directoryWithPath(folder_ / "empty");
+    const auto missing =
+        KTFileInfo::initWithTypePathObject(2, KTPath::pathWithPath(folder_ / "missing"))
+            ->asDirectory();
+    EXPECT_FALSE(empty->isListed());
+
+    empty->lazyDirectoryRead();
+    missing->lazyDirectoryRead();
+
+    EXPECT_TRUE(empty->isListed());
+    EXPECT_FALSE(missing->isListed());
+    empty->flushDirectoryContents();
+    EXPECT_FALSE(empty->isListed());
+}
+
 TEST_P(KTDirectoryReaderTest, ALinkInTheDirectorysPlaceIsNotFollowed) {
     folder_.makeFolder("d");
     const auto directory = KTDirectory::directoryWithPath(folder_ / "d");

@@ -121,8 +121,10 @@ KTDirectoryPtr KTFileInfo::livingParent() const {
 
 KTDirectoryPtr KTFileInfo::parentDirectoryInfo() const {
     if (KTDirectoryPtr parent = livingParent()) return parent;
-    const KTPathPtr path = pathObject()->parent();
-    return path ? path->directory() : nullptr;
+    const KTPathPtr own = pathObject();
+    const KTPathPtr path = own->parent();
+    // As text the current folder is its own parent, and so is the root; an item is not.
+    return path && !path->isEqual(*own) ? path->directory() : nullptr;
 }
 
 KTAbstractDirectoryPtr KTFileInfo::abstractParent() const {

@@ -148,7 +148,8 @@ public:
     // The directory that lists this item, as long as somebody keeps it; else nullptr.
     [[nodiscard]] KTDirectoryPtr livingParent() const;
 
-    // The same, or else a new item for it; nullptr when it is no directory.
+    // The same, or else a new item for it; nullptr when it is no directory, and where the path has
+    // none above it: that of "/" and of ".".
     [[nodiscard]] virtual KTDirectoryPtr parentDirectoryInfo() const;
     [[nodiscard]] KTAbstractDirectoryPtr abstractParent() const override;
 

@@ -277,6 +277,13 @@ TEST(KTFileInfoTest, TheDisplayPathOfAnItemWithoutADirectoryBeginsWithAQuestion)
     EXPECT_TRUE(item->displayPath().starts_with("?/")) << item->displayPath();
 }
 
+TEST(KTFileInfoTest, WhatIsItsOwnParentAsTextHasNoDirectoryAboveIt) {
+    const KTFileInfoPtr item = KTFileInfo::infoForPath(".");
+
+    EXPECT_EQ(item->parentDirectoryInfo(), nullptr);
+    EXPECT_FALSE(item->displayPath().empty());
+}
+
 TEST(KTFileInfoTest, TheDisplayPathIsThatOfTheDirectoryAndTheName) {
     const TestFolder folder;
     folder.write("a");
