@@ -15,6 +15,7 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <climits>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -34,6 +35,7 @@ public:
         kForget = 2,
         kGetAttributes = 3,
         kReadLink = 5,
+        kMakeDir = 9,
         kStatFs = 17,
         kInit = 26,
         kOpenDir = 27,
@@ -56,11 +58,18 @@ public:
     [[nodiscard]] const std::string& path() const { return path_; }
 
     // From now on requests, or those of one kind, are answered with the error; with kNever not at
-    // all, with 0 as they should be.
-    void fail(std::int32_t error, Request request = kAny) {
+    // all, with 0 as they should be. With a number of times, only so many are.
+    void fail(std::int32_t error, Request request = kAny, int times = INT_MAX) {
         failing_ = request;
+        timesLeft_ = times;
         error_ = error;
     }
+
+    // How often such a request is still to fail.
+    [[nodiscard]] int failuresLeft() const { return timesLeft_; }
+
+    // From now on listings say that every entry is of this type, a number of readdir().
+    void listAs(unsigned char type) { listedType_ = type; }
 
     // Waits until a request has come that was not answered.
     void waitForUnanswered() const { hasUnanswered_.wait(false); }
@@ -166,6 +175,8 @@ private:
     UniqueFd stopped_;
     std::atomic<std::uint32_t> failing_ = kAny;
     std::atomic<std::int32_t> error_ = 0;
+    std::atomic<int> timesLeft_ = 0;
+    std::atomic<int> listedType_ = -1;  // negative: as they are
     std::atomic<bool> hasUnanswered_ = false;
     std::thread thread_;
 };
@@ -208,7 +219,8 @@ inline void TestFileServer::handle(const RequestHeader& header, const char* cont
     if (request == kForget || request == kForgetMany || request == kInterrupt) return;
     const std::int32_t error = error_;
     const bool isFailing = failing_ == kAny || failing_ == request;
-    if (request != kInit && error != 0 && isFailing) {
+    if (request != kInit && error != 0 && isFailing && timesLeft_ > 0) {
+        --timesLeft_;
         if (error != kNever) return refuse(header, error);
         hasUnanswered_ = true;
         return hasUnanswered_.notify_all();
@@ -261,6 +273,7 @@ inline void TestFileServer::answerListing(const RequestHeader& header, const Rea
                   .position = reading.position + 1,
                   .nameLength = static_cast<std::uint32_t>(std::strlen(object.name)),
                   .type = object.mode >> 12U};
+    if (listedType_ >= 0) listed.type = static_cast<std::uint32_t>(listedType_);
     std::memcpy(listed.name.data(), object.name, listed.nameLength);
     answer(header, listed);
 }

@@ -231,6 +231,19 @@ TEST(KTDirectoryTest, BeforeItIsReadTheCountIsThatOfTheEntries) {
     EXPECT_EQ(directory->count(), 3U);
 }
 
+TEST(KTDirectoryTest, AfterAFlushTheCountIsThatOfTheEntriesAgain) {
+    const TestFolder folder;
+    folder.write("a");
+    const auto directory = KTDirectory::directoryWithPath(folder.path());
+    directory->lazyDirectoryRead();
+    folder.write("b");
+    EXPECT_EQ(directory->count(), 1U);
+
+    directory->flushDirectoryContents();
+
+    EXPECT_EQ(directory->count(), 2U);
+}
+
 TEST(KTDirectoryTest, ALongPathIsListedWhole) {
     const TestFolder folder;
     std::string path = folder.path();

@@ -112,7 +112,6 @@ TEST(KTFileAttributesTest, NothingIsAskedAboutWhatDoesNotExist) {
 
     item->setModifiedAttributes();
     EXPECT_EQ(item->localIdentifier(), 0U);
-    EXPECT_EQ(item->acl(), nullptr);
 }
 
 TEST(KTFileAttributesTest, ASetAttributeIsWrittenAloneAndOnce) {
@@ -196,6 +195,114 @@ TEST(KTFileAttributesTest, ARefusedWriteRaisesWritesNothingAndKeepsTheChanges) {
     EXPECT_EQ(folder.attributes("a").st_mode, mode);
 }
 
+// The bits that a write of the item would take, as its failure tells them.
+std::string bitsWritten(KTFileInfo& item) {
+    try {
+        item.setModifiedAttributes();
+    } catch (const SVException& exception) {
+        return *exception.details().find("attributeSet")->ifString();
+    }
+    return "none";
+}
+
+TEST(KTFileAttributesTest, EverySetterMarksItsOwnBitAndKeepsItsValue) {
+    const TestFolder folder;
+    const std::string path = folder.write("a");
+    const auto fetched = [&] {
+        auto item = KTFileInfo::infoForPath(path);
+        static_cast<void>(item->ownerID());
+        return item;
+    };
+    const auto script = fetched();
+    const auto created = fetched();
+    const auto modified = fetched();
+    const auto changed = fetched();
+    const auto owner = fetched();
+    const auto group = fetched();
+    const auto access = fetched();
+    const auto flags = fetched();
+    ASSERT_EQ(::unlink(path.c_str()), 0);
+
+    script->setScript(7);
+    created->setCreatedTimeSpec({1, 2});
+    modified->setModifiedTimeSpec({3, 4});
+    changed->setAttributeChangedTimeSpec({5, 6});
+    owner->setOwnerID(8);
+    group->setGroupID(9);
+    access->setAccess(0604);
+    flags->setFileFlags(10);
+
+    EXPECT_EQ(script->script(), 7U);
+    EXPECT_TRUE(isSame(created->createdTimeSpec(), {1, 2}));
+    EXPECT_TRUE(isSame(modified->modifiedTimeSpec(), {3, 4}));
+    EXPECT_TRUE(isSame(changed->attributeChangedTimeSpec(), {5, 6}));
+    EXPECT_EQ(owner->ownerID(), 8U);
+    EXPECT_EQ(group->groupID(), 9U);
+    EXPECT_EQ(access->access(), 0604U);
+    EXPECT_EQ(flags->fileFlags(), 10U);
+    EXPECT_EQ(bitsWritten(*script), "0x0100");
+    EXPECT_EQ(bitsWritten(*created), "0x0200");
+    EXPECT_EQ(bitsWritten(*modified), "0x0400");
+    EXPECT_EQ(bitsWritten(*changed), "0x0800");
+    EXPECT_EQ(bitsWritten(*owner), "0x8000");
+    EXPECT_EQ(bitsWritten(*group), "0x00010000");
+    EXPECT_EQ(bitsWritten(*access), "0x00020000");
+    EXPECT_EQ(bitsWritten(*flags), "0x00040000");
+}
+
+TEST(KTFileAttributesTest, OfAnAccessTheLowSixteenBitsAreKept) {
+    const TestFolder folder;
+    const auto item = KTFileInfo::infoForPath(folder.write("a"));
+
+    item->setAccess(0x0012'8180);
+
+    EXPECT_EQ(item->access(), 0x8180U);
+}
+
+TEST(KTFileAttributesTest, SeveralAttributesAreWrittenTogetherEachInItsPlace) {
+    if (::geteuid() != 0) GTEST_SKIP() << "only root gives files away";
+    const TestFolder folder;
+    const auto item = KTFileInfo::infoForPath(folder.write("a"));
+
+    item->setAccess(0640);
+    item->setGroupID(23456);
+    item->setModifiedTimeSpec({1'234'567'890, 123'456'789});
+    item->setOwnerID(12345);
+    item->setModifiedAttributes();
+
+    const struct stat written = folder.attributes("a");
+    EXPECT_EQ(written.st_mode & 07777U, 0640U);
+    EXPECT_EQ(written.st_uid, 12345U);
+    EXPECT_EQ(written.st_gid, 23456U);
+    EXPECT_TRUE(isSame(written.st_mtim, {1'234'567'890, 123'456'789}));
+}
+
+TEST(KTFileAttributesTest, ChosenAttributesAreWrittenAsTheyAreKeptChangedOrNot) {
+    const TestFolder folder;
+    const auto item = KTFileInfo::infoForPath(folder.write("a"));
+    ASSERT_EQ(::chmod(item->cPath(), 0604), 0);
+    EXPECT_EQ(item->access(), 0604U);
+    ASSERT_EQ(::chmod(item->cPath(), 0600), 0);
+
+    item->setCommonAttributes(platform::ATTR_CMN_ACCESSMASK);
+
+    EXPECT_EQ(folder.attributes("a").st_mode & 07777U, 0604U);
+}
+
+TEST(KTFileAttributesTest, WhatWasWrittenByChoiceIsNotWrittenAgainAndTheRestIs) {
+    const TestFolder folder;
+    const auto item = KTFileInfo::infoForPath(folder.write("a"));
+    item->setAccess(0604);
+    item->setModifiedTimeSpec({1'000'000'000, 0});
+
+    item->setCommonAttributes(platform::ATTR_CMN_ACCESSMASK | platform::ATTR_CMN_FILEID);
+
+    EXPECT_EQ(folder.attributes("a").st_mode & 07777U, 0604U);
+    EXPECT_NE(folder.attributes("a").st_mtim.tv_sec, 1'000'000'000);
+    ASSERT_EQ(::unlink(item->cPath()), 0);
+    EXPECT_EQ(bitsWritten(*item), "0x0400");
+}
+
 TEST(KTFileAttributesTest, AFlushDiscardsChanges) {
     const TestFolder folder;
     const auto item = KTFileInfo::infoForPath(folder.write("a"));
@@ -265,6 +372,15 @@ TEST(KTFileAttributesTest, AListIsFetchedOnceAndAfreshAfterAFlush) {
     EXPECT_EQ(KTFileInfo::infoForPath(link)->acl(), nullptr);
 }
 
+TEST(KTFileAttributesTest, NoListIsLookedForWhereNothingWas) {
+    const TestFolder folder;
+    const auto item = KTFileInfo::infoForPath(folder / "a");
+    if (!giveList(folder.write("a"))) GTEST_SKIP() << "files here have no access control lists";
+
+    EXPECT_EQ(item->acl(), nullptr);
+    EXPECT_NE(item->reevaluateType()->acl(), nullptr);
+}
+
 TEST(KTFileAttributesTest, TheRecordsHaveTheirSizes) {
     const TestFolder folder;
     ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0);
@@ -272,6 +388,7 @@ TEST(KTFileAttributesTest, TheRecordsHaveTheirSizes) {
     EXPECT_EQ(KTFileInfo::infoForPath(folder / "pipe")->commonAttrSize(), 96U);
     EXPECT_EQ(KTFileInfo::infoForPath(folder.write("a"))->commonAttrSize(), 128U);
     EXPECT_EQ(KTFileInfo::infoForPath(folder.path())->commonAttrSize(), 112U);
+    EXPECT_EQ(KTFileInfo::infoForPath(folder.makeLink("a", "l"))->commonAttrSize(), 128U);
 }
 
 TEST(KTFileAttributesTest, AFileWhoseNameBeginsWithAPointIsHidden) {

@@ -156,7 +156,8 @@ void KTFileInfo::setFileFlags(std::uint32_t flags) {
 platform::acl_t KTFileInfo::acl() const {
     const std::lock_guard guard(attrLock_);
     attrs();
-    if (!hasMark(kHasACL)) {
+    // Nothing is asked about what has no attributes because it does not exist.
+    if (hasMark(kHasAttributes) && !hasMark(kHasACL)) {
         attrs_.acl = platform::acl_get_link_np(cPath(), platform::ACL_TYPE_EXTENDED);
         setMark(kHasACL);
     }

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <string>
 
+#include "Common/Source/Utilities/KTDirectory.h"
 #include "Common/Source/Utilities/KTRegularFile.h"
 #include "Common/Source/Utilities/KTSymbolicLink.h"
 #include "Common/Source/Utilities/SVException.h"
@@ -64,6 +65,38 @@ TEST(KTFileInfoTest, DeletingGivesTheItemOfNothing) {
     EXPECT_EQ(item->type(), 1U);
     EXPECT_FALSE(item->tryToDeleteFile());
     EXPECT_THROW(static_cast<void>(item->deleteFile()), SVException);
+}
+
+TEST(KTFileInfoTest, WhatWasDeletedIsOnTheDeviceOfItsDirectoryWhileThatLives) {
+    const TestFolder folder;
+    folder.makeFolder("a");
+    auto directory = KTDirectory::directoryWithPath(folder.path());
+    const auto item = directory->firstDirectory();
+
+    const auto nothing = item->deleteFile();
+
+    EXPECT_NE(directory->deviceID(), 0);
+    EXPECT_EQ(nothing->deviceID(), directory->deviceID());
+    directory.reset();
+    EXPECT_EQ(nothing->deviceID(), 0);
+}
+
+TEST(KTFileInfoTest, CopiesAreTheSameWhetherCloningIsAskedForOrNot) {
+    const TestFolder folder;
+    folder.makeFolder("d");
+    folder.write("d/inner", "inner");
+    for (const std::string& path : {folder.write("a", "text"), folder / "d"}) {
+        const auto item = KTFileInfo::infoForPath(path);
+        for (const bool clone : {false, true}) {
+            const auto copy = item->copyToOverwritingClone("copy", true, clone);
+
+            EXPECT_EQ(copy->type(), item->type());
+            EXPECT_EQ(copy->path(), folder / "copy");
+            EXPECT_EQ(folder.read(item->isDirectory() ? "copy/inner" : "copy"),
+                      item->isDirectory() ? "inner" : "text");
+            EXPECT_TRUE(copy->tryToDeleteFile());
+        }
+    }
 }
 
 TEST(KTFileInfoTest, ASwapGivesTheItemAtTheOtherPath) {

@@ -420,6 +420,53 @@ TEST_F(KTServedVolumeTest, AServerThatIsGoneIsSaidSoAndItsVolumeStillUnmounts) {
     EXPECT_NE(KTVolumeInfo::volumeInfoForPath(server_.path())->path(), server_.path());
 }
 
+TEST_F(KTServedVolumeTest, EntriesOfNoTypeAreLeftOutByThePlainReaderAndNotCounted) {
+    const DirectoryReaderOverride best(DirectoryReader::Plain);
+    for (const unsigned char type : std::initializer_list<unsigned char>{0, 14}) {
+        server_.listAs(type);
+        const auto directory = KTDirectory::directoryWithPath(server_.path());
+
+        EXPECT_EQ(directory->firstObject(), nullptr);
+        EXPECT_EQ(directory->count(), 0U);
+    }
+}
+
+TEST_F(KTServedVolumeTest, ReadersOfAttributesLearnTheTypeThatAnEntryDoesNotTell) {
+    server_.listAs(0);
+    for (const auto reader : {DirectoryReader::Bulk, DirectoryReader::Attribute}) {
+        const DirectoryReaderOverride best(reader);
+        const auto directory = KTDirectory::directoryWithPath(server_.path());
+
+        EXPECT_EQ(namesIn(*directory), (std::vector<std::string>{"file", "folder", "link"}));
+        EXPECT_NE(directory->subdirectoryMatchingCName("folder"), nullptr);
+    }
+}
+
+TEST_F(KTServedVolumeTest, EntriesWhoseTypeNobodyKnowsAreLeftOutAndNotCounted) {
+    const auto directory = KTDirectory::directoryWithPath(server_.path());
+    EXPECT_EQ(directory->count(), 3U);
+    server_.listAs(0);
+    server_.fail(EIO, TestFileServer::kLookup);
+
+    EXPECT_EQ(directory->firstObject(), nullptr);
+    EXPECT_EQ(directory->count(), 0U);
+}
+
+// The server makes no directories at all, so that what is raised at last is another error.
+TEST_F(KTServedVolumeTest, AUniqueNameIsTriedAnewAsLongAsItExists) {
+    const auto directory = KTDirectory::directoryWithPath(server_.path());
+    server_.fail(EEXIST, TestFileServer::kMakeDir, 5);
+
+    try {
+        directory->createUniqueSubdirectoryWithPrefixExtensionMode("tmp", "x", 0700);
+        FAIL();
+    } catch (const SVException& exception) {
+        EXPECT_EQ(exception.reason(), "could not create directory");
+        EXPECT_EQ(detailOf(exception, "POSIXErr"), Value(ENOSYS));
+    }
+    EXPECT_EQ(server_.failuresLeft(), 0);
+}
+
 // Whoever waits for a server that does not answer waits until it goes away, and is told then.
 TEST_F(KTServedVolumeTest, WhoWaitsForAnAnswerIsToldWhenTheServerGoesAway) {
     const auto item = KTFileInfo::infoForPath(at("file"));

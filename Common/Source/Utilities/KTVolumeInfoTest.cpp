@@ -16,12 +16,16 @@
 #include "Common/Source/Utilities/KTSymbolicLink.h"
 #include "Common/Source/Utilities/SVException.h"
 #include "Common/Source/Utilities/TestLogger.h"
+#include "Platform/NSKeyedArchiver.h"
+#include "Platform/NSKeyedUnarchiver.h"
 #include "Platform/SequentialCoder.h"
 #include "Platform/TestMounts.h"
 
 namespace sevrin {
 namespace {
 
+using platform::NSKeyedArchiver;
+using platform::NSKeyedUnarchiver;
 using platform::SequentialDecoder;
 using platform::SequentialEncoder;
 using platform::TestFolder;
@@ -290,6 +294,96 @@ TEST(KTVolumeInfoTest, ACopyKnowsWhatTheVolumeKnows) {
     EXPECT_EQ(copy->createdDate(), volume->createdDate());
 }
 
+TEST(KTVolumeInfoTest, ACopyHasARootOfItsOwn) {
+    const auto volume = volumeOf("/");
+    const auto root = volume->rootDirectory();
+
+    const auto copy = volume->copy();
+
+    EXPECT_NE(copy->rootDirectory(), root);
+    EXPECT_EQ(copy->rootDirectory()->volumeInfo(), copy);
+    EXPECT_EQ(root->volumeInfo(), volume);
+}
+
+TEST(KTVolumeInfoTest, TheHashPutsTheSecondHalfOfTheIdentityAboveTheFirst) {
+    for (const KTVolumeInfoPtr& volume : KTVolumeInfo::allVolumes()) {
+        const auto [first, second] = volume->filesystemID().val;
+
+        EXPECT_EQ(volume->hash(), static_cast<std::size_t>(std::int64_t{first}) +
+                                      (static_cast<std::size_t>(std::int64_t{second}) << 32U));
+    }
+}
+
+TEST(KTVolumeInfoTest, AKeyedArchiveHoldsTheMountPointUnderItsKey) {
+    const auto volume = volumeOf("/proc");
+
+    const std::string data = NSKeyedArchiver::archivedDataWithRootObject(volume);
+
+    EXPECT_NE(data.find("mountpoint"), std::string::npos);
+    const auto decoded = NSKeyedUnarchiver::unarchiveObjectWithData(data).object<KTVolumeInfo>();
+    ASSERT_TRUE(decoded);
+    EXPECT_TRUE(decoded->isEqual(*volume));
+    EXPECT_EQ(decoded->path(), "/proc");
+}
+
+// No file system here has firmlinks, but an item can be told that it is one.
+class KTDataVolumeTest : public testing::Test {
+protected:
+    void SetUp() override {
+        SEVRIN_SKIP_WITHOUT(mounts_);
+        mounts_.makeFolder("system/a");
+        mounts_.makeFolder("system/b");
+        mounts_.mountMemory("system/data");
+        system_ = volumeOf(place_);
+        for (auto item = system_->rootDirectory()->firstDirectory(); item;
+             item = item->nextDirectory()) {
+            static_cast<void>(item->fileFlags());
+        }
+    }
+
+    [[nodiscard]] KTDirectoryPtr directory(const char* name) const {
+        return system_->rootDirectory()->subdirectoryMatchingCName(name);
+    }
+
+    TestMounts mounts_;
+    const std::string place_ = mounts_.mountMemory("system");
+    KTVolumeInfoPtr system_;
+};
+
+TEST_F(KTDataVolumeTest, IsTheOneThatAFirmlinkOfTheRootLeadsTo) {
+    directory("data")->setFileFlags(platform::SF_FIRMLINK);
+
+    const auto data = system_->dataVolumeInfo();
+
+    ASSERT_TRUE(data);
+    EXPECT_EQ(data->path(), place_ + "/data");
+    EXPECT_FALSE(data->isEqual(*system_));
+    EXPECT_EQ(system_->dataVolumeInfo(), data);
+}
+
+TEST_F(KTDataVolumeTest, IsLookedForOnceAlsoWhenThereIsNone) {
+    EXPECT_EQ(system_->dataVolumeInfo(), nullptr);
+
+    directory("data")->setFileFlags(platform::SF_FIRMLINK);
+
+    EXPECT_EQ(system_->dataVolumeInfo(), nullptr);
+    EXPECT_EQ(system_->copy()->rootDirectory()->path(), place_);
+}
+
+TEST_F(KTDataVolumeTest, IsNoneWhereTheSearchFailsAndThatIsLogged) {
+    const auto gone = directory("a");
+    gone->flushAttributes();
+    ASSERT_EQ(::rmdir(gone->cPath()), 0);
+    const auto logger = std::make_shared<TestLogger>();
+    const ScopedDefaultLogger installed(logger);
+
+    EXPECT_EQ(system_->dataVolumeInfo(), nullptr);
+
+    ASSERT_EQ(logger->lines().size(), 1U);
+    EXPECT_TRUE(logger->lines()[0].starts_with("9 failed to probe " + place_ + "/a, errno=2 ["))
+        << logger->lines()[0];
+}
+
 TEST(KTVolumeInfoTest, ThereIsNoDataVolumeWithoutAFirmlink) {
     EXPECT_EQ(volumeOf("/proc/self")->dataVolumeInfo(), nullptr);
 }
@@ -455,6 +549,29 @@ TEST(KTVolumeInfoTest, APathOnAnotherVolumeHasNoRelativePath) {
     EXPECT_EQ(volumeOf("/proc")->relativePathOfPath(*KTPath::pathWithPath(folder.path())),
               std::nullopt);
     EXPECT_EQ(volumeOf("/proc")->relativePathOfPath(*KTPath::pathWithPath("/proc/1/fd")), "1/fd");
+}
+
+TEST(KTVolumeInfoTest, APathOfTheVolumeThatNeverLeavesItUpwardsHasNoRelativePath) {
+    TestMounts mounts;
+    SEVRIN_SKIP_WITHOUT(mounts);
+    const std::string view = mounts.makeFolder("view");
+    mounts.bind("/", view);
+    const auto volume = volumeOf(view);
+    ASSERT_TRUE(volume->isEqual(*volumeOf("/usr")));
+
+    EXPECT_EQ(volume->relativePathOfPath(*KTPath::pathWithPath("/usr")), std::nullopt);
+    EXPECT_EQ(volume->relativePathOfPath(*KTPath::pathWithPath(view + "/usr")), "usr");
+}
+
+TEST(KTVolumeInfoTest, ThePlaceWhereAVolumeIsSeenAgainIsItsRoot) {
+    TestMounts mounts;
+    const std::string place = mounts.mountMemory("mount");
+    SEVRIN_SKIP_WITHOUT(mounts);
+    const std::string again = mounts.makeFolder("again");
+    mounts.bind(place, again);
+
+    EXPECT_EQ(volumeOf(place)->relativePathOfPath(*KTPath::pathWithPath(again)), "");
+    EXPECT_EQ(volumeOf(place)->relativePathOfPath(*KTPath::pathWithPath(place)), "");
 }
 
 }  // namespace
