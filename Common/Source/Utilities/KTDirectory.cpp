@@ -287,6 +287,8 @@ KTDirectoryPtr KTDirectory::createSubdirectoryWithNameMode(std::string_view name
 
 KTDirectoryPtr KTDirectory::createUniqueSubdirectoryWithPrefixExtensionMode(
     std::string_view prefix, std::optional<std::string_view> extension, mode_t mode) {
+    // A name ends at a NUL: what makes this one new may not stand behind it.
+    prefix = prefix.substr(0, prefix.find('\0'));
     for (;;) {
         std::string name = platform::stringWithFormat("%@.%08x", prefix, platform::arc4random());
         if (extension && !extension->empty()) name.append(".").append(*extension);

@@ -129,6 +129,38 @@ TEST_P(KTDirectoryReaderTest, EveryEntryHasItsKindAndAttributes) {
     }
 }
 
+TEST_P(KTDirectoryReaderTest, AnEntryThatVanishesAfterTheListingSaysSoWhenItIsAsked) {
+    folder_.write("gone");
+    const auto directory = KTDirectory::directoryWithPath(folder_.path());
+    const KTFileInfoPtr item = directory->firstObject();
+    ASSERT_EQ(::unlink((folder_ / "gone").c_str()), 0);
+    item->flushAttributes();
+
+    try {
+        static_cast<void>(item->ownerID());
+        FAIL();
+    } catch (const SVException& exception) {
+        EXPECT_EQ(exception.reason(), "failed to get attributes");
+        EXPECT_EQ(*exception.details().find("POSIXErr"), Value(ENOENT));
+        EXPECT_EQ(*exception.details().find("Path"), Value(folder_ / "gone"));
+    }
+    EXPECT_FALSE(item->reevaluateType()->exists());
+    EXPECT_EQ(directory->infoForName("gone"), item);
+}
+
+TEST_P(KTDirectoryReaderTest, AnEntryThatBecomesAnotherThingAfterTheListingIsItWhenLookedAtAnew) {
+    folder_.makeFolder("changes");
+    const auto directory = KTDirectory::directoryWithPath(folder_.path());
+    const KTDirectoryPtr item = directory->firstDirectory();
+    ASSERT_EQ(::rmdir((folder_ / "changes").c_str()), 0);
+    folder_.makeLink("elsewhere", "changes");
+
+    EXPECT_EQ(item->firstObject(), nullptr);
+    const KTFileInfoPtr now = item->reevaluateType();
+    EXPECT_EQ(now->type(), 5U);
+    EXPECT_EQ(now->livingParent(), directory);
+}
+
 TEST_P(KTDirectoryReaderTest, ADirectoryThatCannotBeOpenedListsAsEmptyAndIsTriedAgain) {
     const auto directory =
         KTFileInfo::initWithTypePathObject(2, KTPath::pathWithPath(folder_ / "later"))
@@ -513,6 +545,18 @@ TEST(KTDirectoryTest, AUniqueSubdirectoryHasARandomName) {
     EXPECT_TRUE(std::regex_match(first->name(), std::regex("tmp\\.[0-9a-f]{8}\\.x")));
     EXPECT_TRUE(std::regex_match(second->name(), std::regex("tmp\\.[0-9a-f]{8}")));
     EXPECT_TRUE(folder.has(first->name()));
+}
+
+TEST(KTDirectoryTest, AUniqueNameIsUniqueAlsoWhereItsPrefixEndsEarly) {
+    using namespace std::string_view_literals;
+    const TestFolder folder;
+    const auto directory = KTDirectory::directoryWithPath(folder.path());
+
+    for (int i = 0; i < 2; ++i) {
+        const auto made =
+            directory->createUniqueSubdirectoryWithPrefixExtensionMode("a\0b"sv, "x", 0700);
+        EXPECT_TRUE(std::regex_match(made->name(), std::regex("a\\.[0-9a-f]{8}\\.x")));
+    }
 }
 
 TEST(KTDirectoryTest, AUniqueSubdirectoryThatCannotBeMadeRaises) {

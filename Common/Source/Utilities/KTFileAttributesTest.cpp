@@ -105,6 +105,38 @@ TEST(KTFileAttributesTest, AFailedFetchIsTriedAgain) {
     EXPECT_EQ(item->ownerID(), ::geteuid());
 }
 
+TEST(KTFileAttributesTest, AFileThatBecameADirectoryHasNoSizes) {
+    const TestFolder folder;
+    const auto file = KTFileInfo::infoForPath(folder.write("a", "hello"))->asRegularFile();
+    EXPECT_EQ(file->logicalSize(), 5);
+    ASSERT_EQ(::unlink(file->cPath()), 0);
+    folder.makeFolder("a");
+    file->flushAttributes();
+
+    EXPECT_EQ(file->logicalSize(), 0);
+    EXPECT_EQ(file->physicalSize(), 0);
+    EXPECT_EQ(file->dataLength(), 0);
+    EXPECT_EQ(file->linkCount(), 0U);
+    EXPECT_EQ(file->localIdentifier(), folder.attributes("a").st_ino);
+    EXPECT_EQ(file->reevaluateType()->type(), 2U);
+}
+
+TEST(KTFileAttributesTest, ADirectoryThatBecameAFileHasNoEntries) {
+    const TestFolder folder;
+    const auto directory = KTDirectory::directoryWithPath(folder.makeFolder("a"));
+    folder.write("a/inner");
+    EXPECT_EQ(directory->count(), 1U);
+    ASSERT_EQ(::unlink((folder / "a/inner").c_str()), 0);
+    ASSERT_EQ(::rmdir(directory->cPath()), 0);
+    folder.write("a", "hello");
+    directory->flushAttributes();
+
+    EXPECT_EQ(directory->count(), 0U);
+    EXPECT_EQ(directory->linkCount(), 0U);
+    EXPECT_FALSE(directory->isMountPoint());
+    EXPECT_EQ(directory->reevaluateType()->type(), 1U);
+}
+
 TEST(KTFileAttributesTest, NothingIsAskedAboutWhatDoesNotExist) {
     const TestFolder folder;
     const auto item = KTFileInfo::infoForPath(folder / "a");

@@ -56,7 +56,8 @@ void KTFileInfo::getCommonAttrs() const {
     const std::size_t size = sizeof(Header) + prepareAttrRequest(list);
     list.commonattr |= platform::ATTR_CMN_RETURNED_ATTRS;
 
-    std::array<std::byte, 192> buffer;
+    // What became of another kind meanwhile has not all that is asked for; that is zero then.
+    std::array<std::byte, 192> buffer{};
     constexpr auto kOptions = platform::FSOPT_NOFOLLOW | platform::FSOPT_REPORT_FULLSIZE |
                               platform::FSOPT_PACK_INVAL_ATTRS;
     if (platform::getattrlist(cPath(), &list, buffer.data(), size, kOptions) != 0) {
