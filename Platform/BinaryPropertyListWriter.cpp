@@ -62,6 +62,24 @@ void putNumber(char* to, std::uint64_t number, std::size_t width) {
         to[i - 1] = static_cast<char>(number & 0xFF);
 }
 
+// Sizes from here on do not fit the marker and follow it as a number.
+constexpr std::size_t kSizeFollows = 15;
+
+constexpr std::size_t kHeadBytesMax = 10;
+
+// Writes the marker of an object with its size and gives the end of that.
+inline char* putHead(char* to, unsigned marker, std::size_t size) {
+    if (size < kSizeFollows) {
+        putNumber(to, marker | size, 1);
+        return to + 1;
+    }
+    const std::size_t width = widthOf(size);
+    putNumber(to, marker | kSizeFollows, 1);
+    putNumber(to + 1, 0x10 | logarithmOf(width), 1);
+    putNumber(to + 2, size, width);
+    return to + 2 + width;
+}
+
 }  // namespace
 
 BinaryPropertyListWriter::BinaryPropertyListWriter() : table_(kTableMin) {}
@@ -223,19 +241,13 @@ void BinaryPropertyListWriter::appendNumber(std::uint64_t number, std::size_t wi
 }
 
 void BinaryPropertyListWriter::appendHead(unsigned marker, std::size_t size) {
-    if (size < 15) {
-        appendNumber(marker | size, 1);
-        return;
-    }
-    const std::size_t width = widthOf(size);
-    appendNumber(marker | 0xF, 1);
-    appendNumber(0x10 | logarithmOf(width), 1);
-    appendNumber(size, width);
+    char head[kHeadBytesMax];
+    scalars_.append(head, putHead(head, marker, size));
 }
 
 std::size_t BinaryPropertyListWriter::contentSize(const Node& node, std::size_t refBytes) const {
     if (node.kind == Kind::Scalar) return node.size;
-    const std::size_t head = node.size < 15 ? 1 : 2 + widthOf(node.size);
+    const std::size_t head = node.size < kSizeFollows ? 1 : 2 + widthOf(node.size);
     return head + node.size * refBytes * (node.kind == Kind::Dictionary ? 2 : 1);
 }
 
@@ -259,16 +271,7 @@ std::string BinaryPropertyListWriter::finish(Index top) const {
             continue;
         }
         const bool isArray = node.kind == Kind::Array;
-        const unsigned marker = isArray ? 0xA0 : 0xD0;
-        if (node.size < 15) {
-            putNumber(to++, marker | node.size, 1);
-        } else {
-            const std::size_t width = widthOf(node.size);
-            putNumber(to++, marker | 0xF, 1);
-            putNumber(to++, 0x10 | logarithmOf(width), 1);
-            putNumber(to, node.size, width);
-            to += width;
-        }
+        to = putHead(to, isArray ? 0xA0 : 0xD0, node.size);
         const std::size_t count = isArray ? node.size : 2 * node.size;
         for (std::size_t i = 0; i < count; ++i, to += refBytes)
             putNumber(to, refs_[node.start + i], refBytes);

@@ -5,12 +5,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <array>
 #include <cmath>
 #include <functional>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Platform/ArchivedURL.h"
@@ -22,6 +22,7 @@
 namespace sevrin::platform {
 namespace {
 
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
 
@@ -101,27 +102,29 @@ TEST_F(NSKeyedUnarchiverTest, WhatIsNoArchiveIsNamedByItsFirstBytes) {
 TEST_F(NSKeyedUnarchiverTest, APropertyListThatIsNoArchiveIsRefused) {
     EXPECT_THAT(refusalOf(dataFromPropertyList(Dictionary{{"$version", 100'000}})).reason,
                 HasSubstr("$archiver is not NSKeyedArchiver"));
-    EXPECT_THAT(refusalOf(dataFromPropertyList(ValueArray())).reason, HasSubstr("no dictionary"));
+    EXPECT_THAT(refusalOf(dataFromPropertyList(ValueArray())).reason,
+                EndsWith(": the top object is no dictionary"));
 }
 
-TEST_F(NSKeyedUnarchiverTest, WhatSaysOfItselfThatItIsSomethingElseIsRefused) {
-    const auto refusalWith = [](std::int64_t version, std::string_view archiver,
-                                std::string_view first) {
-        TestArchive other;
-        const auto objects = other.list.addArray(std::array{other.text(first)});
-        return refusalOf(other.bytes({{"$version", other.number(version)},
-                                      {"$archiver", other.text(archiver)},
-                                      {"$top", other.dictionary({})},
-                                      {"$objects", objects}}));
+TEST_F(NSKeyedUnarchiverTest, AnOuterDictionaryWithPartsOfAnotherKindIsRefused) {
+    Dictionary outer = {{"$version", 100'000},
+                        {"$archiver", "NSKeyedArchiver"},
+                        {"$top", Dictionary()},
+                        {"$objects", ValueArray{"$null"}}};
+    const auto refusalWith = [&outer](std::string_view key, Value value) {
+        Dictionary changed = outer;
+        changed.set(key, std::move(value));
+        return refusalOf(dataFromPropertyList(changed)).reason;
     };
 
-    EXPECT_EQ(refusalWith(100'000, "NSKeyedArchiver", "$null").name, "");
-    EXPECT_THAT(refusalWith(99'999, "NSKeyedArchiver", "$null").reason,
-                HasSubstr("$version is not 100000"));
-    EXPECT_THAT(refusalWith(100'000, "NSArchiver", "$null").reason,
-                HasSubstr("$archiver is not NSKeyedArchiver"));
-    EXPECT_THAT(refusalWith(100'000, "NSKeyedArchiver", "x").reason,
-                HasSubstr("$objects does not begin with $null"));
+    EXPECT_EQ(refusalWith("$version", 100'000), "");
+    EXPECT_THAT(refusalWith("$version", "100000"), EndsWith(": $version is not 100000"));
+    EXPECT_THAT(refusalWith("$archiver", 7), EndsWith(": $archiver is not NSKeyedArchiver"));
+    EXPECT_THAT(refusalWith("$top", 7), EndsWith(": $top is no dictionary"));
+    EXPECT_THAT(refusalWith("$objects", 7), EndsWith(": $objects is no array"));
+    EXPECT_THAT(refusalWith("$objects", ValueArray()), EndsWith(": $objects is empty"));
+    EXPECT_THAT(refusalWith("$objects", ValueArray{7}),
+                EndsWith(": $objects does not begin with $null"));
 }
 
 TEST_F(NSKeyedUnarchiverTest, ARootThatIsNoReferenceIsRefused) {
@@ -229,6 +232,14 @@ TEST_F(NSKeyedUnarchiverTest, AReferenceThatLeadsNowhereIsRefused) {
                                           "object 2 of class (UnarchiverTestProbe)"));
 }
 
+TEST_F(NSKeyedUnarchiverTest, AReferenceBeyondTheLastObjectIsRefused) {
+    const Refusal refusal = probeRefusal({{"field", archive.uid(3)}}, [](NSCoder& coder) {
+        return coder.decodeObjectForKey("field");
+    });
+
+    EXPECT_THAT(refusal.reason, HasSubstr("object 3, which there is not"));
+}
+
 TEST_F(NSKeyedUnarchiverTest, AnAbsentKeyGivesNothing) {
     const Value value = probed({}, [](NSCoder& coder) -> Value {
         EXPECT_FALSE(coder.containsValueForKey("k"));
@@ -272,7 +283,9 @@ TEST_F(NSKeyedUnarchiverTest, AnIntegerTooWideForTheCallIsARangeException) {
                      [](NSCoder& coder) { return coder.decodeInt32ForKey("k"); });
 
     EXPECT_EQ(refusal.name, NSRangeException);
-    EXPECT_THAT(refusal.reason, HasSubstr("value (2147483648) for key (k)"));
+    EXPECT_EQ(refusal.reason,
+              "*** -[NSKeyedUnarchiver decodeInt32ForKey:]: value (2147483648) for key (k) too "
+              "large to fit in 32-bit integer");
 }
 
 TEST_F(NSKeyedUnarchiverTest, AnUnsignedIntegerAboveTheSignedRangeIsARangeException) {
@@ -281,6 +294,9 @@ TEST_F(NSKeyedUnarchiverTest, AnUnsignedIntegerAboveTheSignedRangeIsARangeExcept
                      [](NSCoder& coder) { return coder.decodeInt64ForKey("k"); });
 
     EXPECT_EQ(refusal.name, NSRangeException);
+    EXPECT_EQ(refusal.reason,
+              "*** -[NSKeyedUnarchiver decodeInt64ForKey:]: value (18446744073709551615) for key "
+              "(k) too large to fit in 64-bit integer");
 }
 
 TEST_F(NSKeyedUnarchiverTest, AnObjectOfAnotherClassIsRefusedWhereOneIsExpected) {
@@ -318,6 +334,26 @@ TEST_F(NSKeyedUnarchiverTest, APropertyListMayStandWithinTheObjectWhereThatIsAsk
 
     EXPECT_EQ(probed(fields, [](NSCoder& coder) { return coder.decodePropertyListForKey("k"); }),
               Value(Dictionary{{"a", 1}}));
+}
+
+TEST_F(NSKeyedUnarchiverTest, WhereAPropertyListIsAskedForAnObjectOrNothingMayStand) {
+    const TestArchive::Fields fields = {{"k", archive.uid(archive.add(archive.text("x")))}};
+    const Value both = probed(fields, [](NSCoder& coder) {
+        const Value first = coder.decodePropertyListForKey("k");
+        return ValueArray{first, coder.decodePropertyListForKey("absent")};
+    });
+
+    EXPECT_EQ(both, Value(ValueArray{"x", nullptr}));
+}
+
+TEST_F(NSKeyedUnarchiverTest, AReferenceWithinAPropertyListIsRefused) {
+    const TestArchive::Fields fields = {{"k", archive.dictionary({{"a", archive.uid(1)}})}};
+    const Refusal refusal =
+        probeRefusal(fields, [](NSCoder& coder) { return coder.decodePropertyListForKey("k"); });
+
+    EXPECT_EQ(refusal.name, NSInvalidUnarchiveOperationException);
+    EXPECT_THAT(refusal.reason, HasSubstr("a UID, which only archives hold at byte "));
+    EXPECT_THAT(refusal.reason, HasSubstr(" for key (k) in object 2"));
 }
 
 TEST_F(NSKeyedUnarchiverTest, APropertyListWithinTheObjectIsMadeOnce) {
@@ -415,34 +451,54 @@ TEST_F(NSKeyedUnarchiverTest, TheBaseOfAURLIsAbsolute) {
                 HasSubstr("no absolute URL for key (NS.base)"));
 }
 
+struct WrongContent {
+    std::string_view className;
+    TestArchive::Fields fields;
+    const char* reason;
+};
+
 TEST_F(NSKeyedUnarchiverTest, ContentsOfTheWrongFormAreRefused) {
     const auto text = archive.uid(archive.add(archive.text("x")));
-    const std::vector<std::pair<std::string_view, TestArchive::Fields>> objects = {
-        {"NSArray", {}},
-        {"NSArray", {{"NS.objects", text}}},
-        {"NSArray", {{"NS.objects", archive.uids({0})}}},
-        {"NSArray", {{"NS.objects", archive.list.addArray({})}, {"NS.keys", text}}},
-        {"NSSet", {{"NS.objects", archive.number(1)}}},
-        {"NSDictionary", {{"NS.keys", archive.uids({})}}},
-        {"NSDictionary", {{"NS.objects", archive.uids({})}}},
-        {"NSDictionary", {{"NS.keys", archive.uids({1})}, {"NS.objects", archive.uids({})}}},
-        {"NSDate", {}},
-        {"NSDate", {{"NS.time", archive.text("now")}}},
-        {"NSDate", {{"NS.time", archive.list.addReal(std::nan(""))}}},
-        {"NSMutableString", {}},
-        {"NSMutableString", {{"NS.string", archive.number(1)}}},
-        {"NSMutableData", {}},
-        {"NSURL", {}},
-        {"NSUUID", {}}};
-    int accepted = 0;
-    for (const auto& [className, fields] : objects) {
-        const auto root = archive.addObject(archive.addClass(className), fields);
+    const auto nan = archive.list.addReal(std::nan(""));
+    const auto one = archive.number(1);
+    const auto inlineOne = archive.list.addArray({&one, 1});
+    const std::vector<WrongContent> contents = {
+        {"NSArray", {}, "no array of references for key (NS.objects)"},
+        {"NSArray", {{"NS.objects", text}}, "of the wrong kind for key (NS.objects)"},
+        {"NSArray", {{"NS.objects", archive.uids({0})}}, "a nil member for key (NS.objects)"},
+        {"NSArray", {{"NS.objects", inlineOne}}, "a member that is no reference for key"},
+        {"NSSet", {{"NS.objects", one}}, "of the wrong kind for key (NS.objects)"},
+        {"NSDictionary", {{"NS.keys", archive.uids({})}}, "no array of references for key (NS.obj"},
+        {"NSDictionary",
+         {{"NS.objects", archive.uids({})}},
+         "no array of references for key (NS.k"},
+        {"NSDictionary",
+         {{"NS.keys", archive.uids({1})}, {"NS.objects", archive.uids({})}},
+         "1 keys and 0 values for key (NS.objects)"},
+        {"NSDate", {}, "no number of seconds for key (NS.time)"},
+        {"NSDate", {{"NS.time", archive.text("now")}}, "of the wrong kind for key (NS.time)"},
+        {"NSDate", {{"NS.time", nan}}, "a date that is not a number for key (NS.time)"},
+        {"NSMutableString", {}, "no text for key (NS.string)"},
+        {"NSMutableString", {{"NS.string", one}}, "of the wrong kind for key (NS.string)"},
+        {"NSMutableData", {}, "no data for key (NS.data)"},
+        {"NSURL", {}, "no text for key (NS.relative)"},
+        {"NSUUID", {}, "no sixteen bytes for key (NS.uuidbytes)"}};
+    for (const WrongContent& content : contents) {
         TestArchive whole = archive;
+        const auto root = whole.addObject(whole.addClass(content.className), content.fields);
         const Refusal refusal = refusalOf(whole.bytes(root));
-        if (refusal.name.empty()) ++accepted;
+
+        EXPECT_EQ(refusal.name, NSInvalidUnarchiveOperationException) << content.reason;
+        EXPECT_THAT(refusal.reason, HasSubstr(content.reason));
     }
-    // Only the array that has a key too many.
-    EXPECT_EQ(accepted, 1);
+}
+
+TEST_F(NSKeyedUnarchiverTest, AFieldTooManyIsNotLookedAt) {
+    const auto root =
+        archive.addObject(archive.addClass("NSArray"),
+                          {{"NS.objects", archive.uids({})}, {"NS.keys", archive.text("x")}});
+
+    EXPECT_EQ(unarchived(archive.bytes(root)), Value(ValueArray()));
 }
 
 TEST_F(NSKeyedUnarchiverTest, ADictionaryWithAKeyTwiceIsRefused) {
@@ -482,6 +538,50 @@ TEST_F(NSKeyedUnarchiverTest, ContainersAreReadToTheDeepestNestingAllowed) {
     EXPECT_THAT(refusalOf(arrays(100'000, 1)).reason, HasSubstr("too deep"));
 }
 
+TEST_F(NSKeyedUnarchiverTest, ContainersOfEveryKindCountAsNesting) {
+    const auto nestedIn = [](std::string_view className) {
+        TestArchive nested;
+        const auto theClass = nested.addClass(className);
+        std::uint32_t last = nested.add(nested.text("x"));
+        for (std::size_t level = 0; level <= kPropertyListDepthMax; ++level) {
+            TestArchive::Fields fields = {{"NS.objects", nested.uids({last})}};
+            if (className == "NSDictionary") fields.emplace_back("NS.keys", nested.uids({2}));
+            last = nested.addObject(theClass, std::move(fields));
+        }
+        return nested.bytes(last);
+    };
+
+    for (const std::string_view className : {"NSArray", "NSSet", "NSDictionary"})
+        EXPECT_THAT(refusalOf(nestedIn(className)).reason, HasSubstr("too deep")) << className;
+}
+
+// Comparing goes into objects, where a walk does not.
+TEST_F(NSKeyedUnarchiverTest, ObjectsThatNobodyCouldCompareAreNoMembersOfASetNorKeys) {
+    const auto error = archive.addClass("NSError");
+    const auto dictionary = archive.addClass("NSDictionary");
+    const auto one = archive.add(archive.text("a"));
+    const auto two = archive.add(archive.text("b"));
+    std::uint32_t last = one;
+    for (int level = 0; level < 40; ++level) {
+        const auto info = archive.addObject(
+            dictionary,
+            {{"NS.keys", archive.uids({one, two})}, {"NS.objects", archive.uids({last, last})}});
+        last = archive.addObject(error, {{"NSDomain", archive.uid(one)},
+                                         {"NSCode", archive.number(1)},
+                                         {"NSUserInfo", archive.uid(info)}});
+    }
+    const auto rootOf = [&](std::string_view className) {
+        TestArchive whole = archive;
+        TestArchive::Fields fields = {{"NS.objects", whole.uids({last})}};
+        if (className == "NSDictionary") fields.emplace_back("NS.keys", whole.uids({last}));
+        return whole.bytes(whole.addObject(whole.addClass(className), std::move(fields)));
+    };
+
+    EXPECT_TRUE(unarchived(rootOf("NSArray")).ifArray());
+    EXPECT_THAT(refusalOf(rootOf("NSSet")).reason, HasSubstr("grow beyond any use"));
+    EXPECT_THAT(refusalOf(rootOf("NSDictionary")).reason, HasSubstr("grow beyond any use"));
+}
+
 TEST_F(NSKeyedUnarchiverTest, ContainersThatWouldGrowBeyondAnyUseWhenWalkedAreRefused) {
     EXPECT_TRUE(unarchived(arrays(20, 2)).ifArray());
     EXPECT_THAT(refusalOf(arrays(60, 2)).reason, HasSubstr("grow beyond any use"));
@@ -494,6 +594,18 @@ TEST_F(NSKeyedUnarchiverTest, ObjectsThatShareTheirManyMembersAreRefused) {
     const auto shared = archive.uids(std::vector<std::uint32_t>(2'000, text));
     for (int i = 0; i < 2'000; ++i)
         numbers.push_back(archive.addObject(theClass, {{"NS.objects", shared}}));
+    const auto root = archive.addObject(theClass, {{"NS.objects", archive.uids(numbers)}});
+
+    EXPECT_THAT(refusalOf(archive.bytes(root)).reason, HasSubstr("grow beyond any use"));
+}
+
+TEST_F(NSKeyedUnarchiverTest, ObjectsThatShareWhatNobodyAsksForAreRefused) {
+    const auto theClass = archive.addClass("NSArray");
+    const auto text = archive.add(archive.text("x"));
+    const auto shared = archive.uids(std::vector<std::uint32_t>(800, text));
+    std::vector<std::uint32_t> numbers;
+    for (int i = 0; i < 100; ++i)
+        numbers.push_back(archive.addObject(probeClass, {{"ignored", shared}}));
     const auto root = archive.addObject(theClass, {{"NS.objects", archive.uids(numbers)}});
 
     EXPECT_THAT(refusalOf(archive.bytes(root)).reason, HasSubstr("grow beyond any use"));
