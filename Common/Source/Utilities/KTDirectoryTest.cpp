@@ -17,6 +17,7 @@
 #include "Common/Source/Utilities/KTRegularFile.h"
 #include "Common/Source/Utilities/KTSubPath.h"
 #include "Common/Source/Utilities/SVException.h"
+#include "Common/Source/Utilities/TestLogger.h"
 #include "Platform/DirectoryReader.h"
 #include "Platform/TestFolder.h"
 
@@ -568,6 +569,17 @@ TEST(KTDirectoryTest, AUniqueSubdirectoryThatCannotBeMadeRaises) {
     } catch (const SVException& exception) {
         EXPECT_EQ(*exception.details().find("POSIXErr"), Value(ENOENT));
     }
+}
+
+TEST(KTDirectoryTest, WhetherItIsAPackageIsNoWhereThatCannotBeToldAndNothingIsLogged) {
+    const auto logger = std::make_shared<TestLogger>();
+    const ScopedDefaultLogger installed(logger);
+    const auto directory =
+        KTFileInfo::initWithTypePathObject(2, KTPath::pathWithPath("/nowhere"))->asDirectory();
+
+    EXPECT_FALSE(directory->isPackage());
+
+    EXPECT_TRUE(logger->lines().empty());
 }
 
 TEST(KTDirectoryTest, ADirectoryIsNoPackage) {

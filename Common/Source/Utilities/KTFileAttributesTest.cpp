@@ -432,6 +432,20 @@ TEST(KTFileAttributesTest, AFileWhoseNameBeginsWithAPointIsHidden) {
     EXPECT_FALSE(KTFileInfo::infoForPath(folder / "a")->isExcludedFromBackup());
 }
 
+TEST(KTFileAttributesTest, WhetherAnItemIsExcludedFromBackupsIsKeptUntilAFlush) {
+    const TestFolder folder;
+    const auto item = KTFileInfo::infoForPath(folder.write("a"));
+    EXPECT_FALSE(item->isExcludedFromBackup());
+    const auto url = platform::NSURL::fileURLWithPath(item->path());
+    if (url->setResourceValueForKey(true, platform::NSURLIsExcludedFromBackupKey))
+        GTEST_SKIP() << "files here cannot be excluded from backups";
+
+    EXPECT_FALSE(item->isExcludedFromBackup());
+    item->flushAttributes();
+    EXPECT_TRUE(item->isExcludedFromBackup());
+    EXPECT_TRUE(KTFileInfo::infoForPath(item->path())->isExcludedFromBackup());
+}
+
 TEST(KTFileAttributesTest, ItemsOfOneVolumeHaveOneIdentifier) {
     const TestFolder folder;
     const Value first = KTFileInfo::infoForPath(folder.write("a"))->volumeIdentifier();

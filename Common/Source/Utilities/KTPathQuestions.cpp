@@ -46,6 +46,8 @@ const KTPathPtr& KTPath::tempPath() {
 }
 
 KTPathPtr KTPath::tempPathWithPrefixExtension(std::string_view prefix, std::string_view extension) {
+    // A name ends at a NUL: what makes this one new may not stand behind it.
+    prefix = prefix.substr(0, prefix.find('\0'));
     for (;;) {
         const KTPathPtr path = tempPath()->pathOfChild(
             platform::stringWithFormat("%@-%08x.%@", prefix, platform::arc4random(), extension));

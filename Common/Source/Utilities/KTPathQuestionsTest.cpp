@@ -75,6 +75,17 @@ TEST(KTPathTest, ATemporaryPathIsNewAndNothingIsThere) {
     EXPECT_NE(KTPath::tempPathWithPrefixExtension("x", "tmp")->name(), path->name());
 }
 
+TEST(KTPathTest, ATemporaryPathIsNewAlsoWhereItsPrefixEndsEarlyAtAnItem) {
+    const TestFolder folder(KTPath::tempPath()->path());
+    const std::string name = KTPath::pathWithPath(folder.path())->name();
+
+    const auto path = KTPath::tempPathWithPrefixExtension(name + std::string("\0x", 2), "tmp");
+
+    EXPECT_EQ(path->name().size(), name.size() + 13);
+    EXPECT_TRUE(path->name().starts_with(name + "-"));
+    EXPECT_FALSE(path->exists());
+}
+
 TEST(KTPathTest, TheDisplayNameOfAnItemIsItsName) {
     const TestFolder folder;
 
