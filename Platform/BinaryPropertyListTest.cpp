@@ -108,6 +108,25 @@ TEST(BinaryPropertyListTest, TheTopObjectNeedNotBeTheFirst) {
     EXPECT_EQ(propertyListFromData(listOf({"09", "10 05"}, {.top = 1})), Value(5));
 }
 
+TEST(BinaryPropertyListTest, ReferencesMayHaveUpToEightBytes) {
+    for (std::uint8_t width = 1; width <= 8; ++width) {
+        const std::string zeros(2 * (width - std::size_t{1}), '0');
+        EXPECT_EQ(propertyListFromData(listOf({"A1 " + zeros + "01", "09"}, {.refBytes = width})),
+                  Value(ValueArray{true}));
+    }
+}
+
+TEST(BinaryPropertyListTest, OffsetsMayHaveUpToEightBytes) {
+    for (std::size_t width = 1; width <= 8; ++width) {
+        std::string bytes = "bplist00\x09";
+        bytes += bigEndian(8).substr(8 - width) + std::string(6, '\0');
+        bytes += static_cast<char>(width);
+        bytes += '\1' + bigEndian(1) + bigEndian(0) + bigEndian(9);
+
+        EXPECT_EQ(propertyListFromData(bytes), Value(true)) << width;
+    }
+}
+
 TEST(BinaryPropertyListTest, TheVersionInTheHeaderMayBeAny) {
     EXPECT_EQ(propertyListFromData(listOf({"09"}, {.header = "bplist0Z"})), Value(true));
 }
@@ -209,10 +228,12 @@ std::vector<Refusal> refusals() {
         {"IntegerCutShort", listOf({"13 00"}), "longer than the list"},
         {"UIDAbove32Bits", listOf({"87 0000000100000000"}), "UID above"},
         {"UIDAbove64Bits", listOf({"8F 01" + std::string(30, '0')}), "UID above"},
+        {"UIDOf64BitsAndOne", listOf({"8B 00000001 0000000000000000"}), "UID above"},
         {"DateNotANumber", listOf({"33 7FF8000000000000"}), "not a number"},
         {"LengthNoNumber", listOf({"5F 51 61"}), "length that is no number"},
         {"LengthOf16Bytes", listOf({"5F 14" + std::string(32, '0')}), "length that is no number"},
         {"LengthCutShort", listOf({"5F 13 00"}), "cut short"},
+        {"LengthCutOff", listOf({"5F 10"}), "cut short"},
         {"LengthMissing", listOf({"5F"}), "length that is no number"},
         {"LengthNegative", listOf({"5F 13 FFFFFFFFFFFFFFFF"}), "longer than the list"},
         {"LengthHuge", listOf({"AF 13 4000000000000000"}), "longer than the list"},

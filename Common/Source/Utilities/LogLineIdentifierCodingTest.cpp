@@ -214,7 +214,15 @@ public:
 TEST(LogLineIdentifierCodingTest, ASequenceWithAnotherObjectForAParentIsRefused) {
     SequentialDecoder decoder({"LogLineIdentifier", Stranger::classObject().name(), 0, 1, 0});
 
-    EXPECT_THROW(static_cast<void>(decoder.decodeObject()), platform::NSException);
+    try {
+        static_cast<void>(decoder.decodeObject());
+        FAIL() << "a line lies in a stranger";
+    } catch (const platform::NSException& refusal) {
+        EXPECT_EQ(refusal.name(), platform::NSInvalidUnarchiveOperationException);
+        EXPECT_EQ(refusal.reason(),
+                  "*** -[NSCoder decodeObject]: a log line lies in something else at value 5 of "
+                  "the sequence");
+    }
 }
 
 TEST(LogLineIdentifierCodingTest, ASequenceThatEndsEarlyIsRefused) {

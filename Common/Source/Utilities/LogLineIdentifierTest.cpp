@@ -174,6 +174,11 @@ TEST(LogLineIdentifierTest, ChildrenAndClassificationsDoNotChangeEquality) {
     EXPECT_EQ(one->hash(), other->hash());
 }
 
+TEST(LogLineIdentifierTest, IdentifiersThatDifferInANumberOrInDepthAreNotEqual) {
+    for (const char* other : {"8.1.3", "8.2.2", "9.1.2", "8.1", "8.1.2.1"})
+        EXPECT_FALSE(parse("8.1.2")->isEqual(*parse(other))) << other;
+}
+
 TEST(LogLineIdentifierTest, AnObjectOfAnotherClassIsNotEqual) {
     const platform::Object other;
 
@@ -210,6 +215,7 @@ TEST(LogLineIdentifierTest, TheSecondRoundOfShiftsGoesOnAt45) {
 TEST(LogLineIdentifierTest, ParsedTextPrintsAsItWas) {
     EXPECT_EQ(reprint("12.0.3"), "12.0.3");
     EXPECT_EQ(reprint("8.73957130.412.5.2"), "8.73957130.412.5.2");
+    EXPECT_EQ(reprint("8.9.10.11.99.100.101.1000"), "8.9.10.11.99.100.101.1000");
     EXPECT_EQ(reprint("18446744073709551615.1"), "18446744073709551615.1");
 }
 
@@ -238,6 +244,7 @@ TEST(LogLineIdentifierTest, AnyCharacterCountsAsADigitByItsCode) {
     EXPECT_EQ(parse("/")->sequence(), UINT64_MAX);
     EXPECT_EQ(parse("\xC3\xA4")->sequence(), 0xE4U - 48);
     EXPECT_EQ(parse("\xFF")->sequence(), 0xFFU - 48);
+    EXPECT_EQ(parse("\xEF\xBF\xBF")->sequence(), 0xFFFFU - 48);
 }
 
 TEST(LogLineIdentifierTest, ACharacterBeyondSixteenBitsCountsAsTwo) {
