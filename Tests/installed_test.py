@@ -66,7 +66,7 @@ class InstalledTest(ProgramTest):
     # Programs and files
 
     def test_everything_is_where_it_is_looked_for(self):
-        for path in ("bin/switchboardctl", "libexec/sevrin/switchboard", "etc/default/switchboard",
+        for path in ("bin/switchboardctl", "bin/switchboard-log", "libexec/sevrin/switchboard", "etc/default/switchboard",
                      "share/man/man8/switchboard.8", "share/man/man1/switchboardctl.1",
                      "share/bash-completion/completions/switchboardctl", "share/zsh/vendor-completions/_switchboardctl",
                      "share/fish/vendor_completions.d/switchboardctl.fish"):

@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -79,6 +80,20 @@ void Invocation::requireServed(std::uint32_t user) const {
 void Invocation::answer(std::string_view text, const Json& record) const {
     const std::string line = options_.isJson ? lineOf(record) : printable(text);
     writeAnswer(line + '\n');
+}
+
+void Invocation::answerLines(std::string_view text, std::string_view style) const {
+    const bool isStyled = isColored_ && !style.empty();
+    std::string lines;
+    for (std::size_t begin = 0; begin <= text.size();) {
+        const std::size_t end = std::min(text.find('\n', begin), text.size());
+        if (isStyled) lines += style;
+        lines += printable(text.substr(begin, end - begin));
+        if (isStyled) lines += kPlain;
+        lines += '\n';
+        begin = end + 1;
+    }
+    writeAnswer(lines);
 }
 
 void Invocation::answerHeader(const Columns& columns) const {

@@ -62,6 +62,9 @@ public:
     // One answer: as text, which gets its line end here, or as JSON, whichever was asked for.
     void answer(std::string_view text, const Json& record) const;
 
+    // Lines of text as they are, in colours: `style` is the terminal's sequence for it, or empty.
+    void answerLines(std::string_view text, std::string_view style) const;
+
     // The header of a table that is printed row by row, if it is to have one, and a row of it.
     void answerHeader(const Columns& columns) const;
     void answerRow(const Columns& columns, const Columns::Cells& row, const Json& record) const;

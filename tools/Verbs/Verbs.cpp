@@ -17,6 +17,7 @@ void addVerbs(CommandLine& commandLine) {
     addPrefs(commandLine);
     addLocations(commandLine);
     addPath(commandLine);
+    addLog(commandLine);
 }
 
 }  // namespace sevrin

@@ -9,6 +9,7 @@ void addArchive(CommandLine& commandLine);
 void addBuild(CommandLine& commandLine);
 void addCall(CommandLine& commandLine);
 void addLocations(CommandLine& commandLine);
+void addLog(CommandLine& commandLine);
 void addMonitor(CommandLine& commandLine);
 void addPath(CommandLine& commandLine);
 void addPing(CommandLine& commandLine);

@@ -16,6 +16,9 @@ _switchboardctl_options() {
         monitor) printf '%s\n' --source --count -o --output ;;
         prefs) printf '%s\n' --type -o --output ;;
         locations) printf '%s\n' -o --output ;;
+        log)
+            printf '%s\n' -f --follow -n --lines --since --until --id --class --program --pid --grep --tree --file
+            ;;
         path)
             printf '%s\n' -l --long -a --all --sort --reader --depth -x --one-volume --browsable -o --output
             ;;
@@ -56,7 +59,7 @@ _switchboardctl_path_columns() {
 }
 
 _switchboardctl() {
-    local verbs='version build ping publish query call wait post monitor archive prefs locations path'
+    local verbs='version build ping publish query call wait post monitor archive prefs locations path log'
     local verb='' action='' option='' ended='' words=0 i word
 
     # What stands before the cursor: the verb, how many words follow it, and an option that still wants its value.
@@ -72,7 +75,8 @@ _switchboardctl() {
         elif [[ -z $ended && $word == -* ]]; then
             case $word in
                 --color | --timeout | --count | --component-version | --build-number | --source | --info | --info-json | \
-                    --type | --sort | --reader | --depth | -o | --output) option=$word ;;
+                    --type | --sort | --reader | --depth | -n | --lines | --since | --until | --id | --class | --program | \
+                    --pid | --grep | --file | -o | --output) option=$word ;;
             esac
         elif [[ -z $verb ]]; then
             verb=$word
@@ -91,6 +95,14 @@ _switchboardctl() {
         --type) choices='string boolean integer real date data json' ;;
         --sort) choices='name size modified none' ;;
         --reader) choices='best bulk attribute plain' ;;
+        --class)
+            choices='curious caution warning failure minutia details subrosa debug'
+            [[ $current == *,* ]] && prefix=${current%,*},
+            ;;
+        --file)
+            mapfile -t COMPREPLY < <(compgen -f -- "$current")
+            return
+            ;;
         -o | --output)
             choices=$(_switchboardctl_columns "$verb" "$action")
             [[ $current == *,* ]] && prefix=${current%,*},

@@ -104,6 +104,7 @@ complete -c switchboardctl -n __switchboardctl_no_verb -a archive -d 'Show, conv
 complete -c switchboardctl -n __switchboardctl_no_verb -a prefs -d 'Read and change preferences'
 complete -c switchboardctl -n __switchboardctl_no_verb -a locations -d 'Print where the suite keeps its files'
 complete -c switchboardctl -n __switchboardctl_no_verb -a path -d 'Show files, folders and volumes'
+complete -c switchboardctl -n __switchboardctl_no_verb -a log -d 'Read the log of the suite'
 
 complete -c switchboardctl -n __switchboardctl_archive_action -a 'show to-json from-json diff'
 complete -c switchboardctl -n __switchboardctl_archive_file -F
@@ -144,6 +145,18 @@ complete -c switchboardctl -n '__switchboardctl_verb post' -l source -x -d 'Who 
 complete -c switchboardctl -n '__switchboardctl_verb post' -l info -x -d 'What else to say, as strings'
 complete -c switchboardctl -n '__switchboardctl_verb post' -l info-json -x -d 'What else to say, with types'
 complete -c switchboardctl -n '__switchboardctl_verb monitor' -l source -x -d 'Only what this source posts'
+complete -c switchboardctl -n '__switchboardctl_verb log' -s f -l follow -d 'Go on with what is written from now on'
+complete -c switchboardctl -n '__switchboardctl_verb log' -s n -l lines -x -d 'Only the last so many'
+complete -c switchboardctl -n '__switchboardctl_verb log' -l since -x -d 'From then on: 10m, or a date'
+complete -c switchboardctl -n '__switchboardctl_verb log' -l until -x -d 'Up to then: 10m, or a date'
+complete -c switchboardctl -n '__switchboardctl_verb log' -l id -x -d 'That line and all below it'
+complete -c switchboardctl -n '__switchboardctl_verb log' -l class -x -d 'Only these' \
+    -a '(__switchboardctl_columns curious caution warning failure minutia details subrosa debug)'
+complete -c switchboardctl -n '__switchboardctl_verb log' -l program -x -d 'What that program wrote'
+complete -c switchboardctl -n '__switchboardctl_verb log' -l pid -x -d 'What that process wrote'
+complete -c switchboardctl -n '__switchboardctl_verb log' -l grep -x -d 'Messages with these words'
+complete -c switchboardctl -n '__switchboardctl_verb log' -l tree -d 'Each line below the one that it belongs to'
+complete -c switchboardctl -n '__switchboardctl_verb log' -l file -r -F -d 'Read this file'
 complete -c switchboardctl -n '__switchboardctl_verb path' -s l -l long -d 'For ls: attributes in front of the names'
 complete -c switchboardctl -n '__switchboardctl_verb path' -s a -l all -d 'For ls and tree: also hidden items'
 complete -c switchboardctl -n '__switchboardctl_verb path' -l sort -x -d 'For ls and tree: the order' \
