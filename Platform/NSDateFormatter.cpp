@@ -6,6 +6,7 @@
 #include <array>
 #include <atomic>
 #include <cmath>
+#include <cstring>
 #include <stdexcept>
 
 #include "Platform/CivilTime.h"
@@ -16,13 +17,11 @@ namespace {
 
 // The text of one second, as the formatter with that identity prints it, its fraction zeros.
 struct SecondText {
-    static constexpr std::size_t kSizeMax = 64;  // Longer texts are made anew each time.
-
     std::uint64_t identity = 0;  // 0: none yet.
-    std::chrono::sys_seconds second{};
+    double second = 0;           // Since the reference date, a whole number.
     std::size_t size = 0;
     std::size_t fractionOffset = 0;
-    std::array<char, kSizeMax> text{};
+    std::array<char, NSDateFormatter::kKeptSizeMax> text{};  // Longer ones are not kept.
 };
 
 constinit thread_local SecondText lastSecond;
@@ -67,11 +66,9 @@ void appendZone(std::string& out, std::chrono::seconds offset) {
     appendPadded(out, distance / 60 * 100 + distance % 60, 4);
 }
 
-// The fraction of the second as a whole number of so many digits, cut off. A fraction so close to
-// the next second that arithmetic rounds it up to it stays below it all the same.
-std::uint64_t fractionOfSecond(NSDate date, std::size_t digits) {
-    const double seconds = date.timeIntervalSinceReferenceDate();
-    const double fraction = seconds - std::floor(seconds);
+// The fraction of a second as a whole number of so many digits, cut off. A fraction so close to the
+// next second that arithmetic rounds it up to it stays below it all the same.
+std::uint64_t digitsOfFraction(double fraction, std::size_t digits) {
     if (!(fraction > 0)) return 0;  // "Not a number" has none either.
     const double scale = kPowersOfTen[digits];
     return static_cast<std::uint64_t>(std::min(fraction * scale, scale - 1));
@@ -154,28 +151,40 @@ std::string NSDateFormatter::stringFromDate(NSDate date) const {
     return out;
 }
 
-void NSDateFormatter::appendStringFromDate(std::string& out, NSDate date) const {
-    const std::chrono::sys_seconds second = wholeSecond(date);
-    SecondText& last = lastSecond;
-    const std::size_t start = out.size();
-    std::size_t fractionOffset = 0;
+// "Not a number" lies in no second that is kept. All of the room is copied, which is quicker than
+// to copy some of it.
+std::size_t NSDateFormatter::writeStringOfKeptSecond(std::span<char, kKeptSizeMax> out,
+                                                     NSDate date) const noexcept {
+    const SecondText& last = lastSecond;
+    const double fraction = date.timeIntervalSinceReferenceDate() - last.second;
+    if (last.identity != identity_ || !(fraction >= 0 && fraction < 1)) return 0;
+    std::memcpy(out.data(), last.text.data(), kKeptSizeMax);
+    writeDigits(out.data() + last.fractionOffset, fractionDigits_,
+                digitsOfFraction(fraction, fractionDigits_));
+    return last.size;
+}
 
-    if (last.identity == identity_ && last.second == second) {
-        out.append(last.text.data(), last.size);
-        fractionOffset = last.fractionOffset;
-    } else {
-        fractionOffset = appendSecond(out, second);
-        last.identity = 0;
-        last.size = out.size() - start;
-        if (last.size <= last.text.size()) {
-            out.copy(last.text.data(), last.size, start);
-            last.fractionOffset = fractionOffset;
-            last.second = second;
-            last.identity = identity_;
-        }
+void NSDateFormatter::appendStringFromDate(std::string& out, NSDate date) const {
+    std::array<char, kKeptSizeMax> kept;
+    if (const std::size_t size = writeStringOfKeptSecond(kept, date)) {
+        out.append(kept.data(), size);
+        return;
+    }
+    const std::size_t start = out.size();
+    const std::size_t fractionOffset = appendSecond(out, wholeSecond(date));
+    const double second = std::floor(date.timeIntervalSinceReferenceDate());
+
+    SecondText& last = lastSecond;
+    last.identity = 0;
+    last.size = out.size() - start;
+    if (last.size <= last.text.size()) {
+        out.copy(last.text.data(), last.size, start);
+        last.fractionOffset = fractionOffset;
+        last.second = second;
+        last.identity = identity_;
     }
     writeDigits(out.data() + start + fractionOffset, fractionDigits_,
-                fractionOfSecond(date, fractionDigits_));
+                digitsOfFraction(date.timeIntervalSinceReferenceDate() - second, fractionDigits_));
 }
 
 // Appends the text of `second` with zeros for its fraction; gives how far into the text these are.

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -40,6 +41,12 @@ public:
 
     // The same, appended to `out`: allocates nothing but what `out` needs to grow.
     void appendStringFromDate(std::string& out, NSDate date) const;
+
+    // Writes the same to the beginning of `out`, beyond which the bytes are then any, and gives its
+    // length; 0 when this thread has formatted another second since, or the text has no room.
+    static constexpr std::size_t kKeptSizeMax = 64;
+    std::size_t writeStringOfKeptSecond(std::span<char, kKeptSizeMax> out,
+                                        NSDate date) const noexcept;
 
 private:
     // One field of the pattern, or the text between two.

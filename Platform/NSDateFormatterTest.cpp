@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <limits>
 #include <stdexcept>
@@ -169,6 +170,24 @@ TEST(NSDateFormatterTest, TextOfAnyLengthIsPrintedAlikeEachTime) {
         ASSERT_EQ(formatter.stringFromDate(utc(2026, 3, 4, 5, 6, 7.25)), filler + "07.250");
         ASSERT_EQ(formatter.stringFromDate(utc(2026, 3, 4, 5, 6, 7.5)), filler + "07.500");
     }
+}
+
+TEST(NSDateFormatterTest, TheTextOfTheSecondIsKeptUntilAnotherIsFormatted) {
+    const ScopedTimeZone zone("UTC0");
+    const NSDateFormatter formatter(kLogFormat);
+    std::array<char, NSDateFormatter::kKeptSizeMax> room;
+    const auto kept = [&](NSDate date) {
+        return std::string(room.data(), formatter.writeStringOfKeptSecond(room, date));
+    };
+    static_cast<void>(formatter.stringFromDate(utc(2026, 3, 4, 5, 6, 7.5)));
+
+    EXPECT_EQ(kept(utc(2026, 3, 4, 5, 6, 7)), "2026-03-04 05:06:07.000 +0000");
+    EXPECT_EQ(kept(utc(2026, 3, 4, 5, 6, 7.999)), "2026-03-04 05:06:07.999 +0000");
+    EXPECT_EQ(kept(utc(2026, 3, 4, 5, 6, 8)), "");
+    EXPECT_EQ(kept(utc(2026, 3, 4, 5, 6, 6.999)), "");
+    EXPECT_EQ(kept(dateAt(std::numeric_limits<double>::quiet_NaN())), "");
+    static_cast<void>(NSDateFormatter("ss").stringFromDate(utc(2026, 3, 4, 5, 6, 7)));
+    EXPECT_EQ(kept(utc(2026, 3, 4, 5, 6, 7)), "");
 }
 
 TEST(NSDateFormatterTest, AppendingKeepsWhatIsThere) {

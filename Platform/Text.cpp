@@ -1,4 +1,4 @@
-// UTF-8 and escapes in portable C++. The scans read eight bytes at a time, because nearly all text
+// UTF-8 and escapes in portable C++. The scans read many bytes at a time, because nearly all text
 // is plain ASCII and every line of a log passes through here.
 #include "Platform/Text.h"
 
@@ -45,13 +45,41 @@ constexpr bool needsEscape(unsigned char byte) {
     return byte >= 0x80 || byte == '\\' || byte == '\0';
 }
 
+// Sixteen bytes, each a number of its own, for which compilers have a register everywhere.
+using Bytes [[gnu::vector_size(16)]] = signed char;
+
+Bytes loadBytes(const char* bytes) {
+    Bytes loaded;
+    std::memcpy(&loaded, bytes, sizeof loaded);
+    return loaded;
+}
+
+bool isAnySet(Bytes bytes) {
+    Word halves[2];
+    std::memcpy(halves, &bytes, sizeof halves);
+    return (halves[0] | halves[1]) != 0;
+}
+
+// Whether `size` bytes, of which there are at least as many as fit into Bytes, are copied as they
+// are. Bytes beyond ASCII are negative, so they and NUL are what is not positive. The last look
+// overlaps the one before.
+bool isUnescapedBlock(const char* bytes, std::size_t size) {
+    Bytes positive = loadBytes(bytes + size - sizeof(Bytes)) > 0;
+    Bytes backslash = loadBytes(bytes + size - sizeof(Bytes)) == '\\';
+    for (std::size_t position = 0; position + sizeof(Bytes) < size; position += sizeof(Bytes)) {
+        const Bytes loaded = loadBytes(bytes + position);
+        positive &= loaded > 0;
+        backslash |= loaded == '\\';
+    }
+    return !isAnySet(~positive | backslash);
+}
+
 // The first position from `position` on whose byte nonLossyAscii does not copy, or the size.
 std::size_t skipUnescaped(std::string_view text, std::size_t position) {
-    while (text.size() - position >= sizeof(Word)) {
+    for (; text.size() - position >= sizeof(Word); position += sizeof(Word)) {
         const Word word = loadWord(text.data() + position);
         const Word backslashes = zeroBytes(word ^ (kOnes * '\\'));
         if (((word & kHighBits) | zeroBytes(word) | backslashes) != 0) break;
-        position += sizeof(Word);
     }
     while (position < text.size() && !needsEscape(static_cast<unsigned char>(text[position]))) {
         ++position;
@@ -212,6 +240,15 @@ void appendNonLossyAscii(std::string& out, std::string_view text) {
             appendCharacterEscape(out, character);
         }
     }
+}
+
+bool isNonLossyAscii(std::string_view text) noexcept {
+    constexpr std::size_t kBlock = 4096;  // Long text that needs an escape early is not read on.
+    for (; text.size() > kBlock + sizeof(Bytes); text.remove_prefix(kBlock)) {
+        if (!isUnescapedBlock(text.data(), kBlock)) return false;
+    }
+    if (text.size() >= sizeof(Bytes)) return isUnescapedBlock(text.data(), text.size());
+    return skipUnescaped(text, 0) == text.size();
 }
 
 bool isWhitespace(char32_t character) noexcept {

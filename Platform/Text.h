@@ -40,6 +40,9 @@ std::string nonLossyAscii(std::string_view text);
 // lie within `out`.
 void appendNonLossyAscii(std::string& out, std::string_view text);
 
+// Whether nonLossyAscii leaves `text` as it is: ASCII without backslash and NUL.
+bool isNonLossyAscii(std::string_view text) noexcept;
+
 // Whether `character` is a tab or a space of any width (Unicode's category Zs): what separates
 // words within a line.
 bool isWhitespace(char32_t character) noexcept;

@@ -171,15 +171,28 @@ TEST(TextTest, AStrayByteBecomesThreeOctalDigits) {
     EXPECT_EQ(nonLossyAscii("\x80\xFF"), "\\200\\377");
 }
 
+TEST(TextTest, AnEscapeIsFoundAnywhereInLongText) {
+    std::string text(10'000, 'x');
+    ASSERT_TRUE(isNonLossyAscii(text));
+
+    for (std::size_t place = 0; place < text.size(); ++place) {
+        text[place] = static_cast<char>(0x80);
+        ASSERT_FALSE(isNonLossyAscii(text)) << place;
+        text[place] = 'x';
+    }
+}
+
 TEST(TextTest, AnEscapeIsFoundWhereverItStands) {
     for (const auto& [character, escape] : std::vector<std::pair<std::string, std::string>>{
              {"\\", "\\\\"}, {"\0"s, "\\u0000"}, {"é", "\\u00e9"}, {"\xFF", "\\377"}}) {
-        for (std::size_t before = 0; before <= 20; ++before) {
+        for (std::size_t before = 0; before <= 40; ++before) {
             for (std::size_t after = 0; after <= 20; ++after) {
                 const std::string head(before, '[');  // Next to the backslash in ASCII.
                 const std::string tail(after, '\x01');
 
                 ASSERT_EQ(nonLossyAscii(head + character + tail), head + escape + tail);
+                ASSERT_FALSE(isNonLossyAscii(head + character + tail));
+                ASSERT_TRUE(isNonLossyAscii(head + tail));
             }
         }
     }
