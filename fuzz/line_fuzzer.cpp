@@ -18,7 +18,7 @@ void run(std::string_view text) {
     SEVRIN_ASSERT(again && again->compare(identifier) == 0, "an identifier's text is its own");
     SEVRIN_ASSERT(again->hash() == identifier->hash(), "equal identifiers have equal hashes");
     SEVRIN_ASSERT(again->description() == dotted, "equal identifiers have equal texts");
-    const LogLineIdentifierPtr child = identifier->next();
+    const LogLineIdentifierPtr child = LogLineIdentifier::next(identifier);
     SEVRIN_ASSERT(identifier->containsIdentifier(child), "a line contains its children");
     SEVRIN_ASSERT(identifier->compare(child) < 0, "a line comes before its children");
 }

@@ -112,7 +112,7 @@ LogLineIdentifierPtr Logger::logException(LogClassification classification,
 LogLineIdentifierPtr Logger::logInLineException(LogClassification classification,
                                                 const LogLineIdentifierPtr& line,
                                                 const NSException& exception) {
-    return defaultLogger()->logMapInLineException(
+    return LoggerInUse()->logMapInLineException(
         classification, &SVException::userInfoLogClassifications(), line, exception);
 }
 
@@ -122,7 +122,7 @@ LogLineIdentifierPtr Logger::logNewException(const NSException& exception) {
 
 LogLineIdentifierPtr Logger::logNewException(LogClassification classification,
                                              const NSException& exception) {
-    if (!defaultLogger()->isNewException(exception)) return nullptr;
+    if (!LoggerInUse()->isNewException(exception)) return nullptr;
     return logException(classification, exception);
 }
 

@@ -264,7 +264,7 @@ TEST_F(ExceptionRecordsTest, TheNextRecordStartsAnew) {
 // A logger that cannot write.
 class BrokenLogger : public TestLogger {
 public:
-    void logMessage(std::string_view) override { throw std::bad_alloc(); }
+    void logMessage(const std::string&) override { throw std::bad_alloc(); }
 };
 
 TEST_F(ExceptionRecordsTest, LoggingAnExceptionThrowsNothing) {
@@ -279,7 +279,7 @@ TEST_F(ExceptionRecordsTest, LoggingAnExceptionThrowsNothing) {
 TEST_F(ExceptionRecordsTest, OnAConsoleOnlyWhatItShowsIsPutTogether) {
     class Console : public NSLogLogger {
     public:
-        void logMessage(std::string_view text) override { lines.emplace_back(text); }
+        void logMessage(const std::string& text) override { lines.emplace_back(text); }
         std::vector<std::string> lines;
     } console;
 

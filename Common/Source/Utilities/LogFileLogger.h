@@ -10,11 +10,10 @@
 // look at its name. What goes wrong is said on the console, never in the log; then the default
 // logger is released, and the next message chooses one afresh.
 //
-// Any thread may use it; rotation notifications come on the main queue. A line that is written
-// while the file is reopened goes to the old file or to the new one.
+// Any thread may use it; rotation notifications come on the main queue. Lines of several threads
+// need no lock, for the kernel orders what is appended. One that is written while the file is
+// reopened goes to the old file or to the new one.
 #pragma once
-
-#include <sys/types.h>
 
 #include <atomic>
 #include <cstdint>
@@ -25,7 +24,9 @@
 #include <string_view>
 #include <vector>
 
+#include "Common/Source/Utilities/AppendedFile.h"
 #include "Common/Source/Utilities/Logger.h"
+#include "Platform/UniqueFd.h"
 
 namespace sevrin {
 
@@ -95,33 +96,20 @@ public:
     // Writes one line and the line feed. Allocates nothing.
     void logCString(const char* bytes) override;
 
-private:
-    // Which file is open, so that neither its name nor its descriptor passes for it once it is
-    // another's.
-    struct Identity {
-        dev_t device = 0;
-        ino_t inode = 0;
-        friend bool operator==(const Identity&, const Identity&) = default;
-    };
-    struct File {
-        int descriptor = -1;
-        Identity identity;
-        bool isTorn = false;  // The last line has no line feed: the disk was full before it.
-    };
+    // The same without looking at the text again: date, word and identifier are ASCII too.
+    void logASCIIMessage(const std::string& text) override;
 
+private:
     void observeRotation();
     [[nodiscard]] std::string openedPath();
-    [[nodiscard]] File openFile();
-    void install(const File& file);
-    void closeFile(const File& file);
+    [[nodiscard]] platform::UniqueFd openFile();
+    void install(platform::UniqueFd file);
     void reopenFile();
     [[nodiscard]] bool isCheckDue(platform::NSDate now);
-    [[nodiscard]] bool isStillTheFile();
-    [[nodiscard]] int writeLine(const char* bytes);
-    void failWriting(int error);
+    void failClosing(int error);
+    void appendLine(std::string_view line);
 
-    std::mutex lineLock_;  // One line at a time; guards what follows.
-    File file_;
+    AppendedFile file_;
 
     std::mutex pathLock_;  // Guards the path.
     std::string path_;     // Of the current file, as it was opened or tried last.

@@ -17,6 +17,7 @@ LogLineIdentifier::LogLineIdentifier(Passkey, LogLineIdentifierPtr parent, std::
 // destructor takes them one at a time: each inner one hands its parent out instead of ending it.
 LogLineIdentifier::~LogLineIdentifier() {
     delete childPrefix_.load(std::memory_order_relaxed);
+    if (parent_.use_count() != 1) return;  // Somebody else will end it, or nobody.
 
     thread_local LogLineIdentifierPtr* handedOut = nullptr;
     if (handedOut != nullptr) {
@@ -32,9 +33,9 @@ LogLineIdentifier::~LogLineIdentifier() {
     handedOut = nullptr;
 }
 
-LogLineIdentifierPtr LogLineIdentifier::next() {
-    const std::uint64_t number = subsequence_.fetch_add(1, std::memory_order_relaxed) + 1;
-    return initExtendingWithID(shared_from_this(), number);
+LogLineIdentifierPtr LogLineIdentifier::next(const LogLineIdentifierPtr& line) {
+    const std::uint64_t number = line->subsequence_.fetch_add(1, std::memory_order_relaxed) + 1;
+    return initExtendingWithID(line, number);
 }
 
 void LogLineIdentifier::addClassification(LogClassification classification) noexcept {
@@ -57,9 +58,9 @@ std::int32_t LogLineIdentifier::application() const noexcept {
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(ancestorAt(0)->sequence_));
 }
 
-LogLineIdentifierPtr LogLineIdentifier::parentIdentifierWithDepth(std::uint64_t depth) {
-    if (depth_ <= depth) return shared_from_this();
-    return ancestorAt(depth + 1)->parent_;
+LogLineIdentifierPtr LogLineIdentifier::parentIdentifierWithDepth(const LogLineIdentifierPtr& line,
+                                                                  std::uint64_t depth) {
+    return line->depth_ <= depth ? line : line->ancestorAt(depth + 1)->parent_;
 }
 
 bool LogLineIdentifier::containsIdentifier(const LogLineIdentifierPtr& other) const noexcept {

@@ -24,9 +24,7 @@ namespace sevrin {
 class LogLineIdentifier;
 using LogLineIdentifierPtr = std::shared_ptr<LogLineIdentifier>;
 
-class LogLineIdentifier final : public platform::Object,
-                                public platform::NSCoding,
-                                public std::enable_shared_from_this<LogLineIdentifier> {
+class LogLineIdentifier final : public platform::Object, public platform::NSCoding {
     struct Passkey {};
 
 public:
@@ -50,8 +48,10 @@ public:
     LogLineIdentifier(Passkey, LogLineIdentifierPtr parent, std::uint64_t sequence);
     ~LogLineIdentifier() override;
 
-    // Issues the next child: 1, 2, 3 ... Threads that ask at once get different ones.
-    [[nodiscard]] LogLineIdentifierPtr next();
+    // Issues the next child of `line`: 1, 2, 3 ... Threads that ask at once get different ones.
+    // Given the line's owner, for the child owns it too: a line that knew its own owners would cost
+    // every line of a log a count more, and few are ever asked.
+    [[nodiscard]] static LogLineIdentifierPtr next(const LogLineIdentifierPtr& line);
 
     // Notes that a line of `classification` was logged in this one; a negative one notes nothing.
     void addClassification(LogClassification classification) noexcept;
@@ -78,11 +78,19 @@ public:
         return subsequence_.load(std::memory_order_relaxed);
     }
 
-    // The ancestor at depth `depth`; this identifier when it is no deeper than that.
-    [[nodiscard]] LogLineIdentifierPtr parentIdentifierWithDepth(std::uint64_t depth);
+    // The ancestor of `line` at depth `depth`; `line` itself when it is no deeper than that.
+    [[nodiscard]] static LogLineIdentifierPtr parentIdentifierWithDepth(
+        const LogLineIdentifierPtr& line, std::uint64_t depth);
 
     // Appends the dotted text.
     void appendIdentifierToString(std::string& text) const;
+
+    // How long the text is at most if most of it is kept by the parent; 0 when it is not.
+    [[nodiscard]] std::size_t keptSizeMax() const;
+
+    // Writes the text to `out`, which has room for keptSizeMax() bytes, of which there is not 0;
+    // gives its end.
+    [[nodiscard]] char* writeKept(char* out) const;
     [[nodiscard]] std::string description() const override;
 
     // Whether `other` lies strictly below this one. Nothing contains itself or nullptr.

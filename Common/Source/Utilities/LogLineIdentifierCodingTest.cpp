@@ -61,8 +61,8 @@ public:
 LogLineIdentifierPtr sampleLine(std::uint64_t sequence) {
     const auto line = LogLineIdentifier::initExtendingWithID(
         LogLineIdentifier::logLineIdentifierFromString("8.1"), sequence);
-    static_cast<void>(line->next());
-    static_cast<void>(line->next());
+    static_cast<void>(LogLineIdentifier::next(line));
+    static_cast<void>(LogLineIdentifier::next(line));
     line->addClassification(LogClassification::Failure);
     line->addClassification(LogClassification::Debug);
     return line;
@@ -113,7 +113,8 @@ TEST(LogLineIdentifierCodingTest, ADecodedLineGoesOnCountingItsChildren) {
     KeyedCoder coder;
     sampleLine(3)->encodeWithCoder(coder);
 
-    EXPECT_EQ(LogLineIdentifier::initWithCoder(coder)->next()->description(), "8.1.3.3");
+    EXPECT_EQ(LogLineIdentifier::next(LogLineIdentifier::initWithCoder(coder))->description(),
+              "8.1.3.3");
 }
 
 TEST(LogLineIdentifierCodingTest, AllSixteenBitsOfTheClassmapAreZeroExtended) {

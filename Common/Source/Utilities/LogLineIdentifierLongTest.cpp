@@ -43,11 +43,12 @@ TEST_F(LogLineIdentifierLongTest, IsComparedAndHashed) {
     EXPECT_EQ(line_->compare(other), 0);
     EXPECT_EQ(line_->compare(before), 1);
     EXPECT_EQ(line_->hash(), other->hash());
-    EXPECT_TRUE(line_->parentIdentifierWithDepth(0)->containsIdentifier(other));
+    EXPECT_TRUE(LogLineIdentifier::parentIdentifierWithDepth(line_, 0)->containsIdentifier(other));
 }
 
 TEST_F(LogLineIdentifierLongTest, IsDestroyedToItsTop) {
-    const std::weak_ptr<LogLineIdentifier> top = line_->parentIdentifierWithDepth(0);
+    const std::weak_ptr<LogLineIdentifier> top =
+        LogLineIdentifier::parentIdentifierWithDepth(line_, 0);
 
     line_.reset();
 
@@ -55,9 +56,9 @@ TEST_F(LogLineIdentifierLongTest, IsDestroyedToItsTop) {
 }
 
 TEST_F(LogLineIdentifierLongTest, IsDestroyedOnlyUpToWhereItIsStillHeld) {
-    const auto held = line_->parentIdentifierWithDepth(kPoints / 2);
+    const auto held = LogLineIdentifier::parentIdentifierWithDepth(line_, kPoints / 2);
     const std::weak_ptr<LogLineIdentifier> below =
-        line_->parentIdentifierWithDepth(kPoints / 2 + 1);
+        LogLineIdentifier::parentIdentifierWithDepth(line_, kPoints / 2 + 1);
 
     line_.reset();
 

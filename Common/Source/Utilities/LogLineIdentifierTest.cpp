@@ -44,14 +44,14 @@ TEST(LogLineIdentifierTest, ChildrenAreNumberedFromOne) {
     const auto application = LogLineIdentifier::initExtendingWithID(nullptr, 8);
 
     EXPECT_EQ(application->description(), "8");
-    EXPECT_EQ(application->next()->description(), "8.1");
-    EXPECT_EQ(application->next()->description(), "8.2");
+    EXPECT_EQ(LogLineIdentifier::next(application)->description(), "8.1");
+    EXPECT_EQ(LogLineIdentifier::next(application)->description(), "8.2");
     EXPECT_EQ(application->count(), 2U);
 }
 
 TEST(LogLineIdentifierTest, AChildOwnsItsParent) {
     auto parent = LogLineIdentifier::initExtendingWithID(nullptr, 8);
-    const auto child = parent->next();
+    const auto child = LogLineIdentifier::next(parent);
     const std::weak_ptr<LogLineIdentifier> watched = parent;
 
     EXPECT_EQ(child->parent(), parent);
@@ -69,7 +69,7 @@ TEST(LogLineIdentifierTest, ThreadsThatAskAtOnceGetDifferentNumbers) {
     for (auto& mine : numbers) {
         threads.emplace_back([&line, &mine] {
             for (std::uint64_t i = 0; i < kChildrenPerThread; ++i) {
-                const auto child = line->next();
+                const auto child = LogLineIdentifier::next(line);
                 const std::string text = child->description();
                 mine.push_back(std::stoull(text.substr(text.rfind('.') + 1)));
             }
@@ -105,16 +105,16 @@ TEST(LogLineIdentifierTest, TheApplicationIsSignedAnd32BitsWide) {
 TEST(LogLineIdentifierTest, AnAncestorIsFoundByItsDepth) {
     const auto line = parse("8.1.2");
 
-    EXPECT_EQ(line->parentIdentifierWithDepth(0)->description(), "8");
-    EXPECT_EQ(line->parentIdentifierWithDepth(1), line->parent());
+    EXPECT_EQ(LogLineIdentifier::parentIdentifierWithDepth(line, 0)->description(), "8");
+    EXPECT_EQ(LogLineIdentifier::parentIdentifierWithDepth(line, 1), line->parent());
 }
 
 TEST(LogLineIdentifierTest, AtItsOwnDepthAndBelowAnIdentifierIsItsOwnAncestor) {
     const auto line = parse("8.1.2");
 
-    EXPECT_EQ(line->parentIdentifierWithDepth(2), line);
-    EXPECT_EQ(line->parentIdentifierWithDepth(5), line);
-    EXPECT_EQ(line->parentIdentifierWithDepth(UINT64_MAX), line);
+    EXPECT_EQ(LogLineIdentifier::parentIdentifierWithDepth(line, 2), line);
+    EXPECT_EQ(LogLineIdentifier::parentIdentifierWithDepth(line, 5), line);
+    EXPECT_EQ(LogLineIdentifier::parentIdentifierWithDepth(line, UINT64_MAX), line);
 }
 
 TEST(LogLineIdentifierTest, ALineContainsWhatLiesBelowIt) {
@@ -167,7 +167,7 @@ TEST(LogLineIdentifierTest, ChildrenAndClassificationsDoNotChangeEquality) {
     const auto one = parse("8.1");
     const auto other = parse("8.1");
 
-    static_cast<void>(other->next());
+    static_cast<void>(LogLineIdentifier::next(other));
     other->addClassification(LogClassification::Failure);
 
     EXPECT_TRUE(one->isEqual(*other));
@@ -265,11 +265,11 @@ TEST(LogLineIdentifierTest, TextIsAppended) {
 
 TEST(LogLineIdentifierTest, TextIsTheSameBeforeAndAfterTheParentKeepsItsOwn) {
     const auto root = parse("8.73957130.412");
-    const auto first = root->next();
-    const auto grandchild = first->next();
+    const auto first = LogLineIdentifier::next(root);
+    const auto grandchild = LogLineIdentifier::next(first);
     EXPECT_EQ(first->description(), "8.73957130.412.1");
 
-    const auto second = root->next();
+    const auto second = LogLineIdentifier::next(root);
 
     EXPECT_EQ(second->description(), "8.73957130.412.2");
     EXPECT_EQ(first->description(), "8.73957130.412.1");

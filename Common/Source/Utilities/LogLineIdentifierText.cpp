@@ -25,12 +25,6 @@ std::size_t digitsOf(std::uint64_t number) {
     return digits;
 }
 
-void appendNumber(std::string& text, std::uint64_t number) {
-    char digits[kDigitsMax];
-    const auto end = std::to_chars(digits, digits + kDigitsMax, number).ptr;
-    text.append(digits, end);
-}
-
 // Registered with the program, not on first use: an archive may name the class before any line was
 // logged.
 [[maybe_unused]] const platform::Class& registeredClass = LogLineIdentifier::classObject();
@@ -38,13 +32,25 @@ void appendNumber(std::string& text, std::uint64_t number) {
 }  // namespace
 
 void LogLineIdentifier::appendIdentifierToString(std::string& text) const {
-    const std::string* const prefix = parent_ ? parent_->childPrefix() : nullptr;
-    if (prefix == nullptr) {
+    const std::size_t sizeMax = keptSizeMax();
+    if (sizeMax == 0) {
         appendPath(text);
         return;
     }
-    text += *prefix;
-    appendNumber(text, sequence_);
+    const std::size_t start = text.size();
+    text.resize(start + sizeMax);
+    text.resize(static_cast<std::size_t>(writeKept(text.data() + start) - text.data()));
+}
+
+std::size_t LogLineIdentifier::keptSizeMax() const {
+    const std::string* const prefix = parent_ ? parent_->childPrefix() : nullptr;
+    return prefix == nullptr ? 0 : prefix->size() + kDigitsMax;
+}
+
+char* LogLineIdentifier::writeKept(char* out) const {
+    const std::string& prefix = *parent_->childPrefix_.load(std::memory_order_acquire);
+    out += prefix.copy(out, prefix.size());
+    return std::to_chars(out, out + kDigitsMax, sequence_).ptr;
 }
 
 std::string LogLineIdentifier::description() const {

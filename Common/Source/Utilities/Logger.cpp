@@ -43,16 +43,18 @@ LogLineIdentifierPtr Logger::beginLine(LogClassification classification,
                                        const LogLineIdentifierPtr& line) {
     const LogLineIdentifierPtr& enclosing = line ? line : rootLogLine();
     enclosing->addClassification(classification);
-    return enclosing->next();
+    return LogLineIdentifier::next(enclosing);
 }
 
 void Logger::finishLine(LogClassification classification, const LogLineIdentifier& newLine,
                         std::string_view message) {
     ScratchText text;
     const std::string_view word = nameOfClassification(classification);
-    if (formatMessageInLineClassClassString(*text, message, newLine, classification, word)) {
-        logMessage(*text);
-    }
+    if (!formatMessageInLineClassClassString(*text, message, newLine, classification, word)) return;
+    // Asked of the message, which has been in memory for long, rather than of the text, which the
+    // processor is still storing.
+    if (platform::isNonLossyAscii(message)) return logASCIIMessage(*text);
+    logMessage(*text);
 }
 
 bool Logger::suppressesClassification(LogClassification) const {
@@ -63,6 +65,7 @@ bool Logger::formatMessageInLineClassClassString(std::string& text, std::string_
                                                  const LogLineIdentifier& line, LogClassification,
                                                  std::string_view word) {
     const NSDate date = logDateReopeningLogger();
+    if (formatFromKept(text, date, word, message, line)) return true;
     dateFormatter().appendStringFromDate(text, date);
     text += ' ';
     text += word;
@@ -74,7 +77,41 @@ bool Logger::formatMessageInLineClassClassString(std::string& text, std::string_
     return true;
 }
 
-void Logger::logMessage(std::string_view text) {
+// The same when date and identifier are known but for their last digits, as they nearly always are:
+// makes room once, and writes every part where it belongs.
+bool Logger::formatFromKept(std::string& text, NSDate date, std::string_view word,
+                            std::string_view message, const LogLineIdentifier& line) const {
+    constexpr std::size_t kDateMax = NSDateFormatter::kKeptSizeMax;
+    constexpr std::string_view kBetween = "   []";
+    const std::size_t identifierMax = line.keptSizeMax();
+    if (identifierMax == 0) return false;
+    const std::size_t start = text.size();
+    text.resize(start + kDateMax + word.size() + message.size() + identifierMax + kBetween.size());
+    char* out = text.data() + start;
+    const std::size_t dateSize =
+        dateFormatter().writeStringOfKeptSecond(std::span<char, kDateMax>(out, kDateMax), date);
+    if (dateSize == 0) {
+        text.resize(start);
+        return false;
+    }
+    out += dateSize;
+    *out++ = ' ';
+    out += word.copy(out, word.size());
+    *out++ = ' ';
+    out += message.copy(out, message.size());
+    *out++ = ' ';
+    *out++ = '[';
+    out = line.writeKept(out);
+    *out++ = ']';
+    text.resize(static_cast<std::size_t>(out - text.data()));
+    return true;
+}
+
+void Logger::logASCIIMessage(const std::string& text) {
+    logMessage(text);
+}
+
+void Logger::logMessage(const std::string& text) {
     ScratchText ascii;
     platform::appendNonLossyAscii(*ascii, text);
     logCString(ascii->c_str());

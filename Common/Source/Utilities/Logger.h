@@ -27,6 +27,7 @@
 #include "Common/Source/Utilities/Backtraces.h"
 #include "Common/Source/Utilities/LogClassification.h"
 #include "Common/Source/Utilities/LogLineIdentifier.h"
+#include "Common/Source/Utilities/LoggerInUse.h"
 #include "Common/Source/Utilities/ScratchText.h"
 #include "Platform/Format.h"
 #include "Platform/NSDate.h"
@@ -36,9 +37,6 @@
 #include "Platform/Value.h"
 
 namespace sevrin {
-
-class Logger;
-using LoggerPtr = std::shared_ptr<Logger>;
 
 class Logger {
 public:
@@ -63,7 +61,7 @@ public:
                                                 const LogLineIdentifierPtr& line,
                                                 std::string_view format,
                                                 const Arguments&... arguments) {
-        return defaultLogger()->writeInLineFormat(classification, line, format, arguments...);
+        return LoggerInUse()->writeInLineFormat(classification, line, format, arguments...);
     }
 
     static LogLineIdentifierPtr logInLineKeyValue(LogClassification classification,
@@ -252,13 +250,19 @@ public:
     virtual void logCString(const char* bytes);
 
     // Writes the text of one line, as ASCII without loss.
-    virtual void logMessage(std::string_view text);
+    virtual void logMessage(const std::string& text);
+
+    // The same for a line whose message is ASCII that needs no conversion, as nearly all are; what
+    // the line has beyond its message is for this logger to know. This class converts all the same.
+    virtual void logASCIIMessage(const std::string& text);
 
 private:
     LogLineIdentifierPtr beginLine(LogClassification classification,
                                    const LogLineIdentifierPtr& line);
     void finishLine(LogClassification classification, const LogLineIdentifier& newLine,
                     std::string_view message);
+    bool formatFromKept(std::string& text, platform::NSDate date, std::string_view word,
+                        std::string_view message, const LogLineIdentifier& line) const;
     static LoggerPtr chooseDefaultLogger();
     void writeBacktrace(const LogLineIdentifierPtr& line,
                         std::span<const std::uintptr_t> addresses);

@@ -40,13 +40,13 @@ LogLineIdentifierPtr Logger::logMessage(LogClassification classification,
 LogLineIdentifierPtr Logger::logInLineMessage(LogClassification classification,
                                               const LogLineIdentifierPtr& line,
                                               std::string_view message) {
-    return defaultLogger()->writeInLineMessage(classification, line, message);
+    return LoggerInUse()->writeInLineMessage(classification, line, message);
 }
 
 LogLineIdentifierPtr Logger::logInLineKeyValue(LogClassification classification,
                                                const LogLineIdentifierPtr& line,
                                                std::string_view key, const platform::Value& value) {
-    return defaultLogger()->writeInLineKeyValue(classification, line, key, value);
+    return LoggerInUse()->writeInLineKeyValue(classification, line, key, value);
 }
 
 LogLineIdentifierPtr Logger::logPlaceholderForKey(LogClassification classification,
@@ -62,7 +62,7 @@ LogLineIdentifierPtr Logger::logInLinePlaceholderForKey(LogClassification classi
                                                         std::string_view key) {
     if (LogLineIdentifierPtr known = logLineForKey(key)) return known;
 
-    const LoggerPtr logger = defaultLogger();
+    const LoggerInUse logger;
     LogLineIdentifierPtr heading;
     {
         RememberedLines& remembered = rememberedLines();
@@ -89,12 +89,15 @@ void Logger::setApplicationNumber(std::uint32_t number) {
     applicationNumber = number;
 }
 
+// The line that everybody's pointer leads to is never destroyed, so these pointers need not be
+// counted: they own nothing, as if the line were no heap's.
 const LogLineIdentifierPtr& Logger::rootLogLine() {
-    static const LogLineIdentifierPtr& theLine = *new LogLineIdentifierPtr([] {
+    static const LogLineIdentifierPtr& theLine = *[] {
         rootLogLineIsMade = true;
-        return makeRootLogLine(applicationNumber, platform::NSDate::date(),
-                               static_cast<std::uint64_t>(::getpid()));
-    }());
+        const auto& made = *new LogLineIdentifierPtr(makeRootLogLine(
+            applicationNumber, platform::NSDate::date(), static_cast<std::uint64_t>(::getpid())));
+        return new LogLineIdentifierPtr(LogLineIdentifierPtr(), made.get());
+    }();
     return theLine;
 }
 

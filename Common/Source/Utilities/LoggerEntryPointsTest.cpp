@@ -127,7 +127,7 @@ TEST_F(LoggerEntryPointsTest, ALineIsRememberedUnderItsKey) {
 
 TEST_F(LoggerEntryPointsTest, ALaterLineReplacesTheRememberedOne) {
     Logger::setLogLineForKey(line_, "ReplacedKey");
-    const auto other = line_->next();
+    const auto other = LogLineIdentifier::next(line_);
 
     Logger::setLogLineForKey(other, "ReplacedKey");
 

@@ -1,4 +1,4 @@
-// The default logger: the slot it stands in, and how one is chosen when the slot is empty.
+// The default logger: how one is chosen when none is installed, and replacing it.
 #include <unistd.h>
 
 #include <exception>
@@ -21,23 +21,9 @@ namespace {
 constexpr int kNestedAttemptsMax = 4;
 
 struct Selection {
-    std::mutex slotLock;  // Held for nothing but the slot.
-    LoggerPtr installed;
-
     // Held by the thread that chooses. What it calls may log, and so choose, in turn.
     std::recursive_mutex choosing;
     int standardAttempts = 0;  // Guarded by choosing.
-
-    LoggerPtr get() {
-        const std::lock_guard guard(slotLock);
-        return installed;
-    }
-
-    // The logger that was there ends after the lock, on the caller's time.
-    void put(LoggerPtr logger) {
-        const std::lock_guard guard(slotLock);
-        installed.swap(logger);
-    }
 };
 
 // Never destroyed: what ends with the program may log to the last.
@@ -85,8 +71,8 @@ void tryStandardLogger(const LoggerPtr& fallback) {
         }
     } catch (const std::exception& error) {
         // Installing begins with releasing the fallback.
-        LoggerPtr remaining = selection().get();
-        if (!remaining) selection().put(remaining = fallback);
+        LoggerPtr remaining = InstalledLogger::get();
+        if (!remaining) InstalledLogger::put(remaining = fallback);
         reportStandardLoggerFailure(*remaining, error);
     }
 }
@@ -94,9 +80,9 @@ void tryStandardLogger(const LoggerPtr& fallback) {
 }  // namespace
 
 LoggerPtr Logger::defaultLogger() {
-    if (LoggerPtr installed = selection().get()) return installed;
+    if (LoggerPtr installed = InstalledLogger::get()) return installed;
     const std::lock_guard guard(selection().choosing);
-    if (LoggerPtr installed = selection().get()) return installed;
+    if (LoggerPtr installed = InstalledLogger::get()) return installed;
     return chooseDefaultLogger();
 }
 
@@ -105,18 +91,18 @@ LoggerPtr Logger::chooseDefaultLogger() {
     setDefaultLogger(fallback);
     tryStandardLogger(fallback);
     // Another thread may have released it meanwhile, or it itself.
-    if (LoggerPtr installed = selection().get()) return installed;
+    if (LoggerPtr installed = InstalledLogger::get()) return installed;
     return fallback;
 }
 
 void Logger::setDefaultLogger(LoggerPtr logger) {
     releaseDefaultLogger();
     if (logger) logger->reopen();
-    selection().put(std::move(logger));
+    InstalledLogger::put(std::move(logger));
 }
 
 void Logger::releaseDefaultLogger() {
-    selection().put(nullptr);
+    InstalledLogger::put(nullptr);
 }
 
 }  // namespace sevrin

@@ -39,7 +39,7 @@ private:
 // A console logger whose console is a list.
 class ListedConsole : public NSLogLogger {
 public:
-    void logMessage(std::string_view text) override { lines.emplace_back(text); }
+    void logMessage(const std::string& text) override { lines.emplace_back(text); }
     std::vector<std::string> lines;
 };
 
@@ -240,7 +240,7 @@ class FailingLogger : public TestLogger {
 public:
     explicit FailingLogger(std::atomic<bool>& ended) : ended_(ended) {}
     ~FailingLogger() override { ended_ = true; }
-    void logMessage(std::string_view text) override {
+    void logMessage(const std::string& text) override {
         Logger::releaseDefaultLogger();
         EXPECT_FALSE(ended_);
         TestLogger::logMessage(text);

@@ -28,7 +28,7 @@ bool NSLogLogger::formatMessageInLineClassClassString(std::string& text, std::st
     return true;
 }
 
-void NSLogLogger::logMessage(std::string_view text) {
+void NSLogLogger::logMessage(const std::string& text) {
     platform::NSLog(text);
 }
 

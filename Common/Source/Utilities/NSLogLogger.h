@@ -27,7 +27,7 @@ public:
                                              LogClassification classification,
                                              std::string_view word) override;
 
-    void logMessage(std::string_view text) override;
+    void logMessage(const std::string& text) override;
 
     // Writes "Failure - description" whatever the classification, and takes no line's number.
     void logMessage(LogClassification classification, const platform::Value& object);

@@ -19,7 +19,7 @@ class ListedConsole : public NSLogLogger {
 public:
     using NSLogLogger::logMessage;
     using NSLogLogger::NSLogLogger;
-    void logMessage(std::string_view text) override { lines.emplace_back(text); }
+    void logMessage(const std::string& text) override { lines.emplace_back(text); }
     void reopen() override { ++reopenings; }
     std::vector<std::string> lines;
     int reopenings = 0;

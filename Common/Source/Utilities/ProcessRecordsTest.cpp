@@ -203,7 +203,7 @@ TEST_F(ProcessRecordsTest, AStopWithAnErrorNamesItsStatus) {
 TEST_F(ProcessRecordsTest, OnAConsoleBothRecordsAreSilentButNumbered) {
     class Console : public NSLogLogger {
     public:
-        void logMessage(std::string_view text) override { lines.emplace_back(text); }
+        void logMessage(const std::string& text) override { lines.emplace_back(text); }
         std::vector<std::string> lines;
     };
     const auto console = std::make_shared<Console>();

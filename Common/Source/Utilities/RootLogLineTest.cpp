@@ -49,14 +49,13 @@ TEST(RootLogLineTest, TheRootIsApplicationStampAndProcess) {
     const auto root = makeRootLogLine(8, utc(2026, 11, 16, 7, 12), 412);
 
     EXPECT_EQ(root->description(), "8.73993630.412");
-    EXPECT_EQ(root->next()->description(), "8.73993630.412.1");
+    EXPECT_EQ(LogLineIdentifier::next(root)->description(), "8.73993630.412.1");
 }
 
 TEST(RootLogLineTest, TheApplicationIsUnsigned) {
-    EXPECT_EQ(makeRootLogLine(4'294'967'295, utc(2026, 11, 16), 1)
-                  ->parentIdentifierWithDepth(0)
-                  ->description(),
-              "4294967295");
+    const auto root = makeRootLogLine(4'294'967'295, utc(2026, 11, 16), 1);
+
+    EXPECT_EQ(LogLineIdentifier::parentIdentifierWithDepth(root, 0)->description(), "4294967295");
 }
 
 }  // namespace

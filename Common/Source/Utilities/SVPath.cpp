@@ -41,8 +41,7 @@ std::optional<Dictionary> attributesOf(std::string_view path) {
 }
 
 void logAttributes(const LogLineIdentifierPtr& line, const Dictionary& attributes) {
-    Logger::defaultLogger()->logMapInLineDictionary(LogClassification::Details, nullptr, line,
-                                                    attributes);
+    LoggerInUse()->logMapInLineDictionary(LogClassification::Details, nullptr, line, attributes);
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Each thread's store of texts that are not in use.
+// Each thread's store of texts, used from its first one on.
 #include "Common/Source/Utilities/ScratchText.h"
 
 #include <array>
@@ -15,7 +15,7 @@ constexpr std::size_t kKeptCapacityMax = 16 * 1024;
 
 struct Store {
     std::array<std::string, kKeptTexts> texts;
-    std::size_t count = 0;
+    std::size_t used = 0;
 };
 
 // Destructors of other thread-local objects may still log when the store is gone, so what is read
@@ -42,15 +42,18 @@ Store* threadStore() {
 
 ScratchText::ScratchText() {
     Store* const kept = threadStore();
-    if (kept != nullptr && kept->count > 0) text_ = std::move(kept->texts[--kept->count]);
+    isKept_ = kept != nullptr && kept->used < kKeptTexts;
+    text_ = isKept_ ? &kept->texts[kept->used++] : new std::string;
 }
 
 ScratchText::~ScratchText() {
-    Store* const kept = store;
-    if (kept == nullptr || kept->count == kKeptTexts) return;
-    if (text_.capacity() > kKeptCapacityMax) return;
-    text_.clear();
-    kept->texts[kept->count++] = std::move(text_);
+    if (!isKept_) {
+        delete text_;
+        return;
+    }
+    --store->used;
+    text_->clear();
+    if (text_->capacity() > kKeptCapacityMax) std::string().swap(*text_);
 }
 
 }  // namespace sevrin

@@ -18,11 +18,12 @@ public:
     ~ScratchText();
 
     // Empty at first.
-    [[nodiscard]] std::string& operator*() { return text_; }
-    [[nodiscard]] std::string* operator->() { return &text_; }
+    [[nodiscard]] std::string& operator*() { return *text_; }
+    [[nodiscard]] std::string* operator->() { return text_; }
 
 private:
-    std::string text_;
+    std::string* text_;  // One of the thread's, or made for this one.
+    bool isKept_;
 };
 
 }  // namespace sevrin

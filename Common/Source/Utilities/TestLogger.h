@@ -36,7 +36,7 @@ public:
         return true;
     }
 
-    void logMessage(std::string_view text) override {
+    void logMessage(const std::string& text) override {
         const std::lock_guard guard(lock_);
         lines_.emplace_back(text);
     }
