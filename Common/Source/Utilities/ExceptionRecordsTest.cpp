@@ -225,6 +225,28 @@ TEST_F(ExceptionRecordsTest, AnExceptionThatReachesItselfIsWrittenOnce) {
               "[8.1.1.2]");
 }
 
+TEST_F(ExceptionRecordsTest, ADictionaryThatHoldsItselfByWayOfAnObjectComesToAnEnd) {
+    SVException exception = makeException();
+    exception.setObject(Dictionary{{"again", exception.object()}});
+
+    log(exception);
+    exception.setObject(nullptr);  // Nobody else takes the circle apart.
+
+    EXPECT_EQ(logger_.lines()[2], "9 Object: [8.1.1.2]");
+    EXPECT_THAT(logger_.lines()[3], StartsWith("9 again: <IO> cannot delete item { Object="));
+    EXPECT_THAT(logger_.lines()[3], HasSubstr("<IO> cannot delete item { ... }"));
+    EXPECT_EQ(logger_.lines().size(), 4U);
+}
+
+TEST_F(ExceptionRecordsTest, AnEnormousDetailIsCut) {
+    const std::string enormous(2 * platform::kDescriptionBytesMax, 'a');
+    log(makeException().setDetailKey(enormous, "large").setStrPath("/tmp/x"));
+
+    EXPECT_LT(logger_.lines()[3].size(), 2 * platform::kDescriptionBytesMax);
+    EXPECT_THAT(logger_.lines(), Contains(HasSubstr("aaa... [8.1.1.")));
+    EXPECT_THAT(logger_.lines(), Contains(StartsWith("6 Path: /tmp/x ")));
+}
+
 TEST_F(ExceptionRecordsTest, AnEnormousReasonIsCut) {
     log(makeException(std::string(2 * platform::kDescriptionBytesMax, 'a')));
 
