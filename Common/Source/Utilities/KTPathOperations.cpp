@@ -7,6 +7,7 @@
 #include <string>
 
 #include "Common/Source/Utilities/KTPath.h"
+#include "Common/Source/Utilities/PathFolder.h"
 #include "Common/Source/Utilities/PathSwap.h"
 #include "Common/Source/Utilities/SVException.h"
 #include "Platform/FileCalls.h"
@@ -21,15 +22,10 @@ using platform::NSFileManager;
 
 namespace {
 
-// The folder that the item is in. (A path from an archive keeps no parent, so the text is asked.)
-std::string folderOf(const KTPath& path) {
-    return std::string(platform::dirname(path.cPath()));
-}
-
 std::string targetIn(const KTPath& item, const std::optional<std::string_view>& directory,
                      const std::optional<std::string_view>& name) {
     return platform::stringByAppendingPathComponent(
-        directory ? std::string(*directory) : folderOf(item),
+        directory ? std::string(*directory) : folderOf(item)->path(),
         name ? std::string(*name) : item.name());
 }
 
@@ -37,7 +33,7 @@ std::string targetIn(const KTPath& item, const std::optional<std::string_view>& 
 std::string resolvedTarget(const KTPath& item, std::string_view target) {
     if (target.starts_with('/')) return platform::stringByStandardizingPath(target);
     return platform::stringByStandardizingPath(
-        platform::stringByAppendingPathComponent(folderOf(item), target));
+        platform::stringByAppendingPathComponent(folderOf(item)->path(), target));
 }
 
 // Where an item is, without links on the way to it; the item itself may be one.

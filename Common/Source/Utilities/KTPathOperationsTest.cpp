@@ -4,16 +4,23 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
 #include <functional>
 #include <optional>
+#include <regex>
 #include <string>
+#include <vector>
 
-#include "Common/Source/Utilities/KTPath.h"
+#include "Common/Source/Utilities/KTDirectory.h"
 #include "Common/Source/Utilities/KTSubPath.h"
+#include "Common/Source/Utilities/Logger.h"
 #include "Common/Source/Utilities/SVException.h"
+#include "Common/Source/Utilities/TestLogFile.h"
+#include "Platform/PathString.h"
+#include "Platform/SequentialCoder.h"
 #include "Platform/TestFolder.h"
 
 namespace sevrin {
@@ -97,6 +104,67 @@ TEST(KTPathOperationsTest, DirectoryAndNameDefaultToTheItemsOwn) {
         pathIn(folder, "to/a")->moveToDirectoryWithNameOverwriting(std::nullopt, "b", true)->path(),
         folder / "to/b");
     EXPECT_TRUE(folder.has("to/b"));
+}
+
+TEST(KTPathOperationsTest, TheDirectoryOfAnItemIsTheParentThatItsPathKeeps) {
+    const TestFolder folder;
+    folder.makeFolder("sub");
+    folder.write("sub/a", "content");
+    const KTPathPtr item = KTSubPath::initAssumingCNameParentPath(
+        makeCString("sub/a"), KTPath::pathWithPath(folder.path()));
+
+    EXPECT_EQ(item->copyToOverwriting("b", false)->path(), folder / "b");
+    EXPECT_EQ(item->moveToDirectoryWithNameOverwriting(std::nullopt, "c", false)->path(),
+              folder / "c");
+    EXPECT_EQ(folder.read("b"), "content");
+    EXPECT_EQ(folder.read("c"), "content");
+}
+
+TEST(KTPathOperationsTest, APathFromAnArchiveKeepsNoParentAndMovesByItsText) {
+    const TestFolder folder;
+    folder.write("a");
+    platform::SequentialEncoder encoder;
+    encoder.encodeObject(KTSubPath::initAssumingCNameParentPath(
+        makeCString("a"), KTPath::pathWithPath(folder.path())));
+    platform::SequentialDecoder decoder(encoder.values());
+    const auto item = decoder.decodeObject().object<KTPath>();
+    ASSERT_EQ(item->parent(), nullptr);
+
+    EXPECT_EQ(item->moveToOverwriting("b", false)->path(), folder / "b");
+    EXPECT_EQ(
+        pathIn(folder, "b")->copyToDirectoryWithNameOverwriting(std::nullopt, "a", false)->path(),
+        folder / "a");
+}
+
+TEST(KTPathOperationsTest, ADirectoryThatIsNotAbsoluteLiesInThatOfTheItem) {
+    const TestFolder folder;
+    folder.makeFolder("to");
+    folder.write("a");
+
+    EXPECT_EQ(
+        pathIn(folder, "a")->moveToDirectoryWithNameOverwriting("to", std::nullopt, false)->path(),
+        folder / "to/a");
+    EXPECT_TRUE(folder.has("to/a"));
+}
+
+TEST(KTPathOperationsTest, ATildeInFrontOfTheWholeTargetIsTheHomeFolder) {
+    const KTPathPtr item = KTPath::pathWithPath("~/no such item");
+
+    const auto details = detailsOf([&] { item->copyToOverwriting("none/x", false); },
+                                   "cannot copy item", "~/no such item");
+
+    EXPECT_EQ(*details.find("target"),
+              Value(platform::stringByAppendingPathComponent(platform::homeDirectory(), "none/x")));
+}
+
+TEST(KTPathOperationsTest, SeparatorsThatAreDoubledOrAtTheEndOfATargetGo) {
+    const TestFolder folder;
+    folder.makeFolder("to");
+    folder.write("a");
+
+    EXPECT_EQ(pathIn(folder, "a")->moveToOverwriting("to//b///", false)->path(), folder / "to/b");
+    EXPECT_EQ(pathIn(folder, "to/b")->copyToOverwriting("/" + folder / "c/", false)->path(),
+              folder / "c");
 }
 
 TEST(KTPathOperationsTest, APathWithinAParentMovesByItsParent) {
@@ -248,11 +316,28 @@ TEST(KTPathOperationsTest, AnItemIsNotRemovedToBeReplacedByItsOwnCopy) {
     folder.makeLink("a", "link");
 
     for (const char* target : {"file", "../a/file", "../link/file", "../a", ".."}) {
-        detailsOf([&] { pathIn(folder, "a/file")->copyToOverwriting(target, true); },
-                  "cannot overwrite item", folder / "a/file");
+        const auto details =
+            detailsOf([&] { pathIn(folder, "a/file")->copyToOverwriting(target, true); },
+                      "cannot overwrite item", folder / "a/file");
+        EXPECT_EQ(*details.find("POSIXErr"), Value(EINVAL));
+        EXPECT_EQ(*details.find("target"),
+                  Value(platform::stringByStandardizingPath(folder / "a/" + std::string(target))));
     }
 
     EXPECT_EQ(folder.read("a/file"), "content");
+}
+
+TEST(KTPathOperationsTest, WhatCannotBeRemovedIsNotOverwrittenAndTheSourceStays) {
+    const TestFolder folder;
+    folder.write("a", "a");
+
+    const auto details =
+        detailsOf([&] { pathIn(folder, "a")->copyToOverwriting("/proc/self/status", true); },
+                  "cannot overwrite item", folder / "a");
+
+    EXPECT_EQ(*details.find("target"), Value("/proc/self/status"));
+    EXPECT_NE(details.find("POSIXErr"), nullptr);
+    EXPECT_EQ(folder.read("a"), "a");
 }
 
 TEST(KTPathOperationsTest, CopyingNothingLeavesNothing) {
@@ -384,6 +469,82 @@ TEST(KTPathOperationsTest, WhoMayNotChangeTheDirectoryIsRefusedByEveryOperation)
 }
 
 // --- Names and paths of every kind.
+
+// Names that have broken programs.
+std::vector<std::string> difficultNames() {
+    return {std::string(255, 'n'),
+            "-rf",
+            "line\nbreak",
+            "\x1b[2J\x7f",
+            "\xff\xfe not text \xc3",
+            "cafe\u0301",
+            "caf\u00e9",
+            " ",
+            "...",
+            "~root",
+            "*?[]",
+            "a\\b\"'`$(x)",
+            "\u202egnp.exe"};
+}
+
+TEST(KTPathOperationsTest, DifficultNamesAreListedSortedMovedCopiedSwappedAndDeleted) {
+    const TestFolder folder;
+    folder.makeFolder("from");
+    folder.makeFolder("to");
+    folder.write("other", "other");
+    for (const std::string& name : difficultNames())
+        folder.write("from/" + name, name);
+    const KTDirectoryPtr directory = KTDirectory::directoryWithPath(folder / "from");
+    directory->sort();
+    ASSERT_EQ(directory->count(), difficultNames().size());
+
+    for (const KTFileInfoPtr& item : *directory) {
+        const std::string name = item->name();
+        const KTPathPtr path = item->pathObject();
+
+        const KTPathPtr copy = path->copyToDirectoryWithNameOverwriting(folder / "to", {}, false);
+        EXPECT_EQ(folder.read("to/" + name), name);
+        copy->swapWith(*pathIn(folder, "other"));
+        EXPECT_EQ(folder.read("to/" + name), "other");
+        copy->swapWith(*pathIn(folder, "other"));
+        path->moveToDirectoryWithNameOverwriting(folder / "to", {}, true);
+        EXPECT_FALSE(path->exists());
+        EXPECT_EQ(folder.read("to/" + name), name);
+        copy->deleteFile();
+        EXPECT_FALSE(folder.has("to/" + name));
+    }
+    EXPECT_TRUE(std::filesystem::is_empty(folder / "to"));
+}
+
+// A line break in a message stays one in the log: what tells records apart is the date in front and
+// the identifier at the end.
+TEST(KTPathOperationsTest, FailuresOfDifficultNamesAreWholeRecordsOfPlainTextInTheLog) {
+    Logger::releaseDefaultLogger();
+    const TestLogFile log;
+    const TestFolder folder;
+
+    for (const std::string& name : difficultNames()) {
+        const auto raised = raisedBy([&] { pathIn(folder, name + "/none")->deleteFile(); });
+        ASSERT_TRUE(raised);
+        Logger::logException(*raised);
+        Logger::logFormat(LogClassification::Failure, "%@", pathIn(folder, name)->description());
+    }
+    Logger::releaseDefaultLogger();
+
+    EXPECT_TRUE(std::ranges::all_of(log.read(), [](char byte) { return byte > 0; }));
+    const std::regex start("[0-9]{4}(-[0-9]{2}){2} [0-9:]{8}\\.[0-9]{3} [+-][0-9]{4} [^ ]{7} .*");
+    const std::regex end(".*\\[[0-9.]+\\]");
+    bool isWhole = true;
+    std::size_t records = 0;
+    for (const std::string& line : log.lines()) {
+        const bool isStart = std::regex_match(line, start);
+        EXPECT_EQ(isStart, isWhole) << line;
+        isWhole = std::regex_match(line, end);
+        records += isStart ? 1 : 0;
+    }
+    EXPECT_TRUE(isWhole);
+    EXPECT_GT(records, 3 * difficultNames().size());
+}
 
 TEST(KTPathOperationsTest, NamesThatAreNoTextAreMovedAndDeleted) {
     const TestFolder folder;

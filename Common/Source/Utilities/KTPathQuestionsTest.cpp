@@ -1,15 +1,21 @@
 // Tests of what paths ask the file system, on files and folders of the test's own.
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cstdlib>
+#include <filesystem>
 #include <memory>
 #include <regex>
 #include <thread>
 #include <vector>
 
+#include "Common/Source/Utilities/KTDirectory.h"
 #include "Common/Source/Utilities/KTSubPath.h"
+#include "Common/Source/Utilities/KTVolumeInfo.h"
 #include "Common/Source/Utilities/TestLogger.h"
 #include "Platform/TestFolder.h"
 
@@ -48,6 +54,26 @@ TEST(KTPathTest, ANamedPipeIsNotWaitedFor) {
     const auto path = KTPath::realPath(folder / "pipe");
 
     EXPECT_EQ(path->hardenedReal(), path);
+}
+
+TEST(KTPathTest, WhatCannotBeOpenedIsHardenedAsFarAsLinksGo) {
+    const TestFolder folder;
+    const int listener = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    (folder / "socket").copy(address.sun_path, sizeof address.sun_path - 1);
+    ASSERT_EQ(::bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    ::close(listener);
+    const auto link = KTPath::pathWithPath(folder.makeLink("socket", "link"));
+
+    EXPECT_EQ(link->hardenedReal()->path(), KTPath::realPath(folder / "socket")->path());
+}
+
+TEST(KTPathTest, ARelativePathHasAnotherRealPath) {
+    const auto path = KTPath::pathWithPath(".");
+
+    EXPECT_EQ(path->real()->path(), std::filesystem::current_path());
+    EXPECT_EQ(path->hardenedReal()->path(), std::filesystem::current_path());
 }
 
 TEST(KTPathTest, ALinkWithoutATargetDoesNotExist) {
@@ -124,6 +150,22 @@ TEST(KTPathTest, APathDoesNotContainALongerName) {
     EXPECT_FALSE(a->containsPath(*KTPath::pathWithPath(folder.write("ab"))));
 }
 
+TEST(KTPathTest, APathThatEndsWithASeparatorContainsOnlyItself) {
+    const TestFolder folder;
+    const auto path = KTPath::pathWithPath(folder.path() + "/");
+
+    EXPECT_TRUE(path->containsPath(*KTPath::pathWithPath(folder.path() + "/")));
+    EXPECT_FALSE(path->containsPath(*KTPath::pathWithPath(folder.write("a"))));
+    EXPECT_FALSE(path->containsPath(*KTPath::pathWithPath(folder.path())));
+}
+
+TEST(KTPathTest, WhatIsThereDoesNotContainWhatIsNot) {
+    const TestFolder folder;
+    const auto path = KTPath::pathWithPath(folder.path());
+
+    EXPECT_FALSE(path->containsPath(*KTPath::pathWithPath(folder / "nothing")));
+}
+
 TEST(KTPathTest, TwoPathsThatAreNowhereAreOnOneVolume) {
     EXPECT_TRUE(
         KTPath::pathWithPath("/nowhere")->containsPath(*KTPath::pathWithPath("/nowhere/x")));
@@ -148,6 +190,49 @@ TEST(KTPathTest, AFolderTellsTheSizeOfItsFiles) {
     const TestFolder folder;
 
     EXPECT_GE(KTPath::pathWithPath(folder.path())->fileSizeBits(), 32U);
+}
+
+TEST(KTPathTest, ATransferSizeIsWhatTheSystemTells) {
+    const TestFolder folder;
+    const long told = ::pathconf(folder.path().c_str(), _PC_REC_MIN_XFER_SIZE);
+
+    EXPECT_EQ(KTPath::pathWithPath(folder.path())->minTransferSize(),
+              told < 0 ? 0U : static_cast<std::uint64_t>(told));
+}
+
+TEST(KTPathTest, TheVolumeIsThatOfTheDirectoryThatStandsForThePathElseANewObject) {
+    const TestFolder folder;
+    const auto path = KTPath::pathWithPath(folder.path());
+    const auto early = path->volumeInfo();
+    EXPECT_NE(path->volumeInfo(), early);
+
+    const auto directory = path->directory();
+
+    EXPECT_EQ(path->volumeInfo(), directory->volumeInfo());
+    EXPECT_TRUE(path->volumeInfo()->isEqual(*early));
+}
+
+TEST(KTPathTest, FlushingKeepsTheDirectoryThatStandsForThePath) {
+    const TestFolder folder;
+    const auto path = KTPath::pathWithPath(folder.path());
+    const auto directory = path->directory();
+
+    path->flushInfo();
+
+    EXPECT_EQ(path->directoryInfo(), directory);
+    EXPECT_EQ(path->fileInfo(), directory);
+}
+
+TEST(KTPathTest, WhatIsNoDirectoryHasAnItemAndNoDirectory) {
+    const TestFolder folder;
+    const auto path = KTPath::pathWithPath(folder.write("a"));
+    const auto link = KTPath::pathWithPath(folder.makeLink(".", "link"));
+
+    EXPECT_TRUE(path->fileInfo()->isRegularFile());
+    EXPECT_EQ(path->directory(), nullptr);
+    EXPECT_TRUE(link->fileInfo()->isSymbolicLink());
+    EXPECT_EQ(link->directory(), nullptr);
+    EXPECT_FALSE(KTPath::pathWithPath(folder / "nothing")->fileInfo()->exists());
 }
 
 TEST(KTPathTest, ManyThreadsMayUseOnePath) {

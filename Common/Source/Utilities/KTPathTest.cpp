@@ -42,6 +42,30 @@ TEST(KTPathTest, TheNameOfTheRootIsTheSeparator) {
     EXPECT_STREQ(KTPath::initWithCPath("/")->cName(), "/");
 }
 
+TEST(KTPathTest, TheNameOfAnEmptyPathIsThatOfTheCurrentFolder) {
+    EXPECT_STREQ(KTPath::initWithCPath("")->cName(), ".");
+    EXPECT_STREQ(KTPath::initWithCPath("")->cPath(), "");
+}
+
+TEST(KTPathTest, APathThatIsNoBytesAtAllIsRefused) {
+    EXPECT_DEATH(static_cast<void>(KTPath::initWithCPath(nullptr)), "a path is made of bytes");
+    EXPECT_DEATH(
+        static_cast<void>(KTPath::initWithCNameParentPath(nullptr, *KTPath::initWithCPath("/a"))),
+        "a name is made of bytes");
+    EXPECT_DEATH(static_cast<void>(
+                     KTPath::initWithCPathRelativeToPath(nullptr, KTPath::initWithCPath("/a"))),
+                 "a relative path is relative to another");
+    EXPECT_DEATH(static_cast<void>(KTPath::initAssumingNamePath(makeCString("a"), nullptr)),
+                 "a path has a name and its bytes");
+}
+
+TEST(KTPathTest, TextEndsAtItsNul) {
+    const auto path = KTPath::pathWithPath(std::string_view("/a\0b", 4));
+
+    EXPECT_EQ(path->path(), "/a");
+    EXPECT_EQ(path->pathOfChild(std::string_view("c\0d", 3))->path(), "/a/c");
+}
+
 TEST(KTPathTest, BytesThatAreNotTextSurviveEveryForm) {
     const auto path = KTPath::pathWithPath("/a/\xFF\n-");
 
@@ -52,6 +76,12 @@ TEST(KTPathTest, BytesThatAreNotTextSurviveEveryForm) {
 
 TEST(KTPathTest, ANameWithoutAPointHasNoExtension) {
     EXPECT_EQ(KTPath::initWithCPath("/a.b/c")->extension(), "");
+}
+
+TEST(KTPathTest, APointInFrontOfANameHidesItAndIsNoExtension) {
+    EXPECT_EQ(KTPath::initWithCPath("/a/.profile")->extension(), "");
+    EXPECT_EQ(KTPath::initWithCPath("/a/.profile.old")->extension(), "old");
+    EXPECT_EQ(KTPath::initWithCPath("/a/b.")->extension(), "");
 }
 
 TEST(KTPathTest, AChildOfTheRootHasOneSeparator) {
@@ -104,6 +134,16 @@ TEST(KTPathTest, APathThatBeginsWithAPointAndCannotBeResolvedIsJoined) {
     EXPECT_EQ(base->relativePath("../x")->path(), "/nowhere/at/all/../x");
 }
 
+TEST(KTPathTest, AHiddenNameBeginsWithAPointTooAndIsResolved) {
+    const TestFolder folder;
+    folder.write("target");
+    folder.makeLink("target", ".link");
+    const auto base = KTPath::realPath(folder.path());
+
+    EXPECT_EQ(base->relativePath(".link")->path(), base->path() + "/target");
+    EXPECT_EQ(base->relativePath(".")->path(), base->path());
+}
+
 TEST(KTPathTest, AnyOtherRelativePathIsJoinedUnresolved) {
     const TestFolder folder;
     folder.makeFolder("a");
@@ -150,6 +190,27 @@ TEST(KTPathTest, ACopySharesTheURLThatIsMadeAlready) {
     EXPECT_NE(early->url(), url);
     EXPECT_NE(path->copy(), path);
     EXPECT_TRUE(path->copy()->isEqual(*path));
+}
+
+TEST(KTPathTest, APathOfAnotherOneHasItsNameAndBytesAndNotItsParent) {
+    const auto url = NSURL::fileURLWithPath("/a/b");
+    const auto sub = subPath("b", KTPath::initWithCPath("/a/../a"));
+
+    const auto path = KTPath::initWithPathObject(*sub);
+    const auto ofURL = KTPath::initWithPathObject(*KTPath::initWithURL(url));
+
+    EXPECT_EQ(path->isa().name(), "KTPath");
+    EXPECT_EQ(path->path(), "/a/../a/b");
+    EXPECT_EQ(path->name(), "b");
+    EXPECT_NE(path->parent(), sub->parent());
+    EXPECT_EQ(ofURL->url(), url);
+}
+
+TEST(KTPathTest, ANameThatWasTakenOverStaysThatOfACopy) {
+    const auto path = KTPath::initAssumingNamePath(makeCString("Volume"), makeCString("/mnt/x"));
+
+    EXPECT_EQ(path->copy()->name(), "Volume");
+    EXPECT_EQ(path->copy()->path(), "/mnt/x");
 }
 
 TEST(KTPathTest, TextsThatAreTakenOverAreNotCopied) {
@@ -211,6 +272,19 @@ TEST(KTPathTest, APathRelativeToAnEmptyOrALongerOneIsUnchanged) {
     EXPECT_EQ(path->pathRelativeToPath(*KTPath::initWithCPath("")), "/a");
     EXPECT_EQ(path->pathRelativeToPath(*KTPath::initWithCPath("/a/b")), "/a");
     EXPECT_EQ(path->pathRelativeToPath(*KTPath::initWithCPath("/b")), "/a");
+}
+
+TEST(KTPathTest, TheRootRelativeToAnythingIsUnchanged) {
+    const auto root = KTPath::initWithCPath("/");
+
+    EXPECT_EQ(root->pathRelativeToPath(*KTPath::initWithCPath("/a")), "/");
+    EXPECT_EQ(root->pathRelativeToPath(*root), "");
+}
+
+TEST(KTPathTest, OfTheSeparatorsBehindTheBaseOneIsTaken) {
+    EXPECT_EQ(KTPath::initWithCPath("/a/")->pathRelativeToPath(*KTPath::initWithCPath("/a")), "");
+    EXPECT_EQ(KTPath::initWithCPath("/a//b")->pathRelativeToPath(*KTPath::initWithCPath("/a")),
+              "/b");
 }
 
 TEST(KTPathTest, APathEqualsTheTextOfItself) {

@@ -9,9 +9,9 @@
 #include <string_view>
 #include <utility>
 
+#include "Common/Source/Utilities/PathFolder.h"
 #include "Common/Source/Utilities/SVException.h"
 #include "Platform/Assertion.h"
-#include "Platform/PathString.h"
 
 namespace sevrin {
 
@@ -53,9 +53,7 @@ void KTSymbolicLink::setContents(const char* text) {
 
 // The volume of the link's own path would be that of what it leads to.
 KTVolumeInfoPtr KTSymbolicLink::volumeInfo() const {
-    const KTPathPtr path = pathObject();
-    const KTPathPtr parent = path->parent();
-    return (parent ? parent : KTPath::initWithPath(platform::dirname(path->cPath())))->volumeInfo();
+    return folderOf(*pathObject())->volumeInfo();
 }
 
 std::int64_t KTSymbolicLink::dataLength() const {

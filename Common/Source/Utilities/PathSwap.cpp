@@ -9,41 +9,27 @@
 #include <cstring>
 #include <string>
 
+#include "Common/Source/Utilities/KTDirectory.h"
+#include "Common/Source/Utilities/KTVolumeInfo.h"
 #include "Common/Source/Utilities/Logger.h"
+#include "Common/Source/Utilities/PathFolder.h"
 #include "Common/Source/Utilities/SVException.h"
-#include "Platform/AttributeList.h"
 #include "Platform/FileCalls.h"
 #include "Platform/Format.h"
-#include "Platform/MountTable.h"
-#include "Platform/PathString.h"
-#include "Platform/VolumeCapabilities.h"
+#include "Platform/NSException.h"
 
 namespace sevrin {
 
 namespace {
 
-// The interface capabilities of the volume that holds the item, those that count.
-std::uint32_t interfacesOfVolume(const KTPath& item) {
-    struct platform::statfs volume {};
-    if (platform::statfs(std::string(platform::dirname(item.cPath())).c_str(), &volume) != 0)
-        return 0;
-    const platform::attrlist wanted{platform::ATTR_BIT_MAP_COUNT,
-                                    0,
-                                    0,
-                                    platform::ATTR_VOL_INFO | platform::ATTR_VOL_CAPABILITIES,
-                                    0,
-                                    0,
-                                    0};
-    struct [[gnu::packed]] Record {
-        std::uint32_t length;
-        platform::vol_capabilities_attr_t capabilities;
-    } record{};
-    if (platform::getattrlist(volume.f_mntonname, &wanted, &record, sizeof record, 0) != 0 ||
-        record.length < sizeof record) {
-        return 0;
-    }
-    constexpr std::size_t kInterfaces = platform::VOL_CAPABILITIES_INTERFACES;
-    return record.capabilities.capabilities[kInterfaces] & record.capabilities.valid[kInterfaces];
+// The volume that holds the item, which for a link is that of the directory it is in; nullptr when
+// it cannot be told.
+KTVolumeInfoPtr volumeOf(const KTPath& item) try {
+    if (const KTDirectoryPtr directory = item.directoryInfo()) return directory->volumeInfo();
+    const KTFileInfoPtr info = KTFileInfo::infoForPathObject(item.copy());
+    return info ? info->volumeInfo() : nullptr;
+} catch (const platform::NSException&) {
+    return nullptr;
 }
 
 // Tries one of the ways with one call; whether it did it.
@@ -60,7 +46,7 @@ bool trySwap(const SwapMethods::Call& call, const char* format, const KTPath& it
 // A name beside the item at which nothing is, not even a link.
 KTPathPtr temporaryPathFor(const KTPath& item, const SwapMethods& methods) {
     constexpr std::size_t kNameMax = 254;  // bytes; the longest that every file system takes
-    const KTPathPtr folder = KTPath::pathWithPath(platform::dirname(item.cPath()));
+    const KTPathPtr folder = folderOf(item);
     for (;;) {
         std::string name =
             platform::stringWithFormat("_xchng_%08x_%s", methods.randomNumber(), item.cName());
@@ -92,14 +78,14 @@ void swapByRenaming(const KTPath& item, const KTPath& other, const SwapMethods& 
 }  // namespace
 
 SwapMethods SwapMethods::forItem(const KTPath& item) {
-    const std::uint32_t interfaces = interfacesOfVolume(item);
+    const KTVolumeInfoPtr volume = volumeOf(item);
     SwapMethods methods;
-    if ((interfaces & platform::VOL_CAP_INT_RENAME_SWAP) != 0) {
+    if (volume && volume->hasSwapping()) {
         methods.swapNames = [](const char* path, const char* with) {
             return platform::renamex_np(path, with, platform::RENAME_SWAP);
         };
     }
-    if ((interfaces & platform::VOL_CAP_INT_EXCHANGEDATA) != 0) {
+    if (volume && volume->hasExchangeData()) {
         methods.exchangeData = [](const char* path, const char* with) {
             return platform::exchangedata(path, with, 0);
         };

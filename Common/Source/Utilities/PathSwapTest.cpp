@@ -11,6 +11,9 @@
 #include <string>
 #include <vector>
 
+#include "Common/Source/Utilities/KTDirectory.h"
+#include "Common/Source/Utilities/KTSubPath.h"
+#include "Common/Source/Utilities/KTVolumeInfo.h"
 #include "Common/Source/Utilities/SVException.h"
 #include "Common/Source/Utilities/TestLogger.h"
 #include "Platform/TestFolder.h"
@@ -167,6 +170,24 @@ TEST_F(PathSwapTest, TheTemporaryNameLiesBesideTheItemAndIsNeverOneInUse) {
     EXPECT_TRUE(folder_.has("_xchng_000012ac_a"));
 }
 
+TEST_F(PathSwapTest, TheTemporaryNameLiesInTheParentThatAPathKeeps) {
+    folder_.makeFolder("sub");
+    folder_.write("sub/c", "c");
+    const KTPathPtr item = KTSubPath::initAssumingCNameParentPath(
+        makeCString("sub/c"), KTPath::pathWithPath(folder_.path()));
+    std::string temporary;
+    SwapMethods methods = renames();
+    methods.rename = [&](const char*, const char* to) {
+        temporary = to;
+        errno = EIO;
+        return -1;
+    };
+
+    EXPECT_THROW(swapItems(*item, *b_, methods), SVException);
+
+    EXPECT_EQ(temporary, folder_ / "_xchng_000012ab_sub/c");
+}
+
 TEST_F(PathSwapTest, ATemporaryNameIsCutToWhatADirectoryTakes) {
     const std::string name(255, 'n');
     folder_.write(name, "long");
@@ -193,12 +214,102 @@ TEST_F(PathSwapTest, WhenTheSecondRenameFailsTheFirstIsUndone) {
     EXPECT_EQ(names(), (std::vector<std::string>{"a", "b"}));
 }
 
+TEST_F(PathSwapTest, WhenTheUndoingFailsTooItsErrorIsToldAndBothContentsAreStillThere) {
+    SwapMethods methods = renames();
+    methods.rename = [this](const char* from, const char* to) {
+        constexpr int kErrors[] = {0, EXDEV, EIO};
+        errno = kErrors[renamesMade_++];
+        return errno == 0 ? std::rename(from, to) : -1;
+    };
+
+    expectFailure(methods);
+
+    EXPECT_EQ(renamesMade_, 3);
+    EXPECT_EQ(folder_.read("a"), "a");
+    EXPECT_EQ(folder_.read("_xchng_000012ab_a"), "b");
+}
+
 TEST_F(PathSwapTest, WhenTheThirdRenameFailsBothContentsAreStillThere) {
     expectFailure(renames(3));
 
     EXPECT_EQ(folder_.read("b"), "a");
     EXPECT_EQ(folder_.read("_xchng_000012ab_a"), "b");
     EXPECT_EQ(names(), (std::vector<std::string>{"_xchng_000012ab_a", "b"}));
+}
+
+TEST_F(PathSwapTest, BothWaysAreTriedInTheirOrderBeforeTheRenames) {
+    SwapMethods methods = renames();
+    methods.swapNames = failingWith(EINVAL);
+    methods.exchangeData = failingWith(ENOTSUP);
+
+    swapItems(*a_, *b_, methods);
+
+    expectSwapped();
+    const std::vector<std::string> lines = logger_->lines();
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_TRUE(lines[0].starts_with("9 -[KTPath swapWith:] renamex_np('")) << lines[0];
+    const std::string expected = "9 -[KTPath swapWith:] exchangedata('" + folder_ / "a" + "','" +
+                                 folder_ / "b" + "') failed; errno=" + std::to_string(ENOTSUP) +
+                                 " (Operation not supported) [";
+    EXPECT_EQ(lines[1].substr(0, expected.size()), expected);
+}
+
+TEST_F(PathSwapTest, TheWaysAreThoseThatTheVolumeReports) {
+    const auto expectWays = [](const std::string& path) {
+        const auto volume = KTVolumeInfo::volumeInfoForPath(path);
+        const SwapMethods methods = SwapMethods::forItem(*KTPath::pathWithPath(path));
+        EXPECT_EQ(static_cast<bool>(methods.swapNames), volume->hasSwapping()) << path;
+        EXPECT_EQ(static_cast<bool>(methods.exchangeData), volume->hasExchangeData()) << path;
+        EXPECT_TRUE(methods.rename && methods.randomNumber) << path;
+    };
+
+    expectWays(folder_ / "a");
+    expectWays(folder_.path());
+    expectWays("/proc/self/status");
+}
+
+TEST_F(PathSwapTest, AVolumeThatReportsNothingOffersTheRenamesAlone) {
+    const SwapMethods methods = SwapMethods::forItem(*KTPath::pathWithPath("/proc/self/status"));
+
+    EXPECT_FALSE(methods.swapNames);
+    EXPECT_FALSE(methods.exchangeData);
+}
+
+TEST_F(PathSwapTest, TheVolumeOfALinkIsAskedThatHoldsTheLink) {
+    const auto hasSwapping = [this](const std::string& name) {
+        return static_cast<bool>(
+            SwapMethods::forItem(*KTPath::pathWithPath(folder_ / name)).swapNames);
+    };
+    folder_.makeLink("/proc/self/status", "link");
+    folder_.makeLink("nowhere", "dangling");
+
+    EXPECT_EQ(hasSwapping("link"), hasSwapping("a"));
+    EXPECT_EQ(hasSwapping("dangling"), hasSwapping("a"));
+}
+
+TEST_F(PathSwapTest, LinksThemselvesChangePlaces) {
+    folder_.makeLink("nowhere", "link");
+
+    a_->swapWith(*KTPath::pathWithPath(folder_ / "link"));
+
+    EXPECT_EQ(std::filesystem::read_symlink(folder_ / "a"), "nowhere");
+    EXPECT_EQ(folder_.read("link"), "a");
+}
+
+TEST_F(PathSwapTest, TheVolumeThatADirectoryItemKnowsIsNotAskedAgain) {
+    const KTPathPtr path = KTPath::pathWithPath(folder_.path());
+    const auto directory = path->directory();
+    const auto kept = KTVolumeInfo::volumeInfoForPath("/proc");
+    directory->setVolumeInfo(kept);
+
+    EXPECT_FALSE(SwapMethods::forItem(*path).swapNames);
+}
+
+TEST_F(PathSwapTest, SwappingNothingIsRaisedAndChangesNothing) {
+    EXPECT_THROW(KTPath::pathWithPath(folder_ / "none")->swapWith(*b_), SVException);
+
+    EXPECT_EQ(folder_.read("b"), "b");
+    EXPECT_EQ(names(), (std::vector<std::string>{"a", "b"}));
 }
 
 TEST_F(PathSwapTest, SwappingWithNothingIsRaisedAndChangesNothing) {
