@@ -104,6 +104,11 @@ TEST(BinaryPropertyListTest, ArraysAndDictionariesHoldWhatTheyReferTo) {
     EXPECT_EQ(value, Value(Dictionary{{"k", ValueArray{true, 5}}}));
 }
 
+TEST(BinaryPropertyListTest, KeysOutsideAsciiAreToldApart) {
+    EXPECT_EQ(valueOf({"D3 01 02 03 04 04 04", "61 00E4", "61 00F6", "51 61", "09"}),
+              Value(Dictionary{{"\u00E4", true}, {"\u00F6", true}, {"a", true}}));
+}
+
 TEST(BinaryPropertyListTest, TheTopObjectNeedNotBeTheFirst) {
     EXPECT_EQ(propertyListFromData(listOf({"09", "10 05"}, {.top = 1})), Value(5));
 }
@@ -245,6 +250,12 @@ std::vector<Refusal> refusals() {
         {"HighSurrogateAlone", listOf({"62 D83D 0041"}), "surrogate"},
         {"HighSurrogateLast", listOf({"61 D83D"}), "surrogate"},
         {"LowSurrogateAlone", listOf({"61 DE00"}), "surrogate"},
+    };
+}
+
+// What is wrong with how objects hang together.
+std::vector<Refusal> graphRefusals() {
+    return {
         {"ReferenceToNothing", listOf({"A1 01"}), "reference to no object"},
         {"ReferenceToNothingWhereNothingLeads", listOf({"09", "A1 07"}), "reference to no object"},
         {"ArrayInItself", listOf({"A1 00"}), "holds itself"},
@@ -254,15 +265,23 @@ std::vector<Refusal> refusals() {
         {"KeyTwice", listOf({"D2 01 01 02 02", "51 6B", "09"}), "stands twice"},
         {"KeyTwiceAsTwoObjects", listOf({"D2 01 02 03 03", "51 6B", "51 6B", "09"}), "twice"},
         {"KeyTwiceInTwoForms", listOf({"D2 01 02 03 03", "51 6B", "61 006B", "09"}), "twice"},
+        {"ReferenceToNothingInTheFirstObject", listOf({"A1 07", "09"}, {.top = 1}), "no object"},
+        {"AnyKeyANumber", listOf({"D2 01 02 03 03", "51 6B", "10 05", "09"}), "no text"},
+        {"AnyKeyTwice", listOf({"D3 01 02 03 04 04 04", "51 61", "51 62", "51 62", "09"}), "twice"},
+        {"WideKeyTwice", listOf({"D2 01 02 03 03", "61 00E4", "61 00E4", "09"}), "twice"},
     };
 }
 
 INSTANTIATE_TEST_SUITE_P(Lists, BinaryPropertyListRefusalTest, testing::ValuesIn(refusals()),
                          [](const auto& test) { return std::string(test.param.name); });
+INSTANTIATE_TEST_SUITE_P(Graphs, BinaryPropertyListRefusalTest, testing::ValuesIn(graphRefusals()),
+                         [](const auto& test) { return std::string(test.param.name); });
 
 TEST(BinaryPropertyListRefusalTest, EveryCutAndEveryRefusalIsMeant) {
-    for (const Refusal& refusal : refusals())
-        EXPECT_NE(refusalOf(refusal.bytes), "") << refusal.name;
+    for (const auto& all : {refusals(), graphRefusals()}) {
+        for (const Refusal& refusal : all)
+            EXPECT_NE(refusalOf(refusal.bytes), "") << refusal.name;
+    }
 }
 
 TEST(BinaryPropertyListTest, ARefusalNamesTheByte) {

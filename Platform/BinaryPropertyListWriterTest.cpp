@@ -70,6 +70,24 @@ TEST(BinaryPropertyListWriterTest, LengthsOfFifteenAndMoreFollow) {
     EXPECT_THAT(objectBytes(Data{std::string(300, 'x')}), StartsWith(hex("4F 11 012C 78")));
 }
 
+TEST(BinaryPropertyListWriterTest, ContainersOfEverySizeReadBackEqual) {
+    for (const int size : {0, 1, 14, 15, 16, 255, 256, 300}) {
+        ValueArray array;
+        Dictionary dictionary;
+        for (int i = 0; i < size; ++i) {
+            array.emplace_back(i);
+            dictionary.set(std::to_string(i), i);
+        }
+        const Value value = ValueArray{array, dictionary, array};
+
+        EXPECT_EQ(propertyListFromData(dataFromPropertyList(value)), value) << size;
+    }
+    const std::string fourteen = dataFromPropertyList(ValueArray(14, true));
+    EXPECT_EQ(fourteen.substr(8, 2), hex("AE 01"));
+    const std::string fifteen = dataFromPropertyList(ValueArray(15, true));
+    EXPECT_EQ(fifteen.substr(8, 4), hex("AF 100F 01"));
+}
+
 TEST(BinaryPropertyListWriterTest, UIDsTakeTheSmallestWidth) {
     BinaryPropertyListWriter writer;
     std::vector<std::uint32_t> elements;
