@@ -1,5 +1,7 @@
-// Tests of volumes that take nothing more: full ones, and those that may not be written.
+// Tests of volumes that take nothing more: full ones, those that may not be written, and those of
+// somebody else.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -203,6 +205,69 @@ TEST_F(KTReadOnlyVolumeTest, WhatIsOnItCanBeCopiedAway) {
 
     EXPECT_EQ(copy->asRegularFile()->dataLength(), 5);
     EXPECT_EQ(mounts_.read("copy"), "hello");
+}
+
+// What root has put into a folder that everybody may read, seen by another user.
+class KTOtherUserTest : public testing::Test {
+protected:
+    void SetUp() override {
+        SEVRIN_SKIP_WITHOUT(mounts_);
+        mounts_.write("mount/file", "hello");
+        ASSERT_EQ(::chmod((mounts_ / "mount/file").c_str(), 0644), 0);
+        ASSERT_EQ(::seteuid(12345), 0);
+    }
+    void TearDown() override {
+        if (mounts_) {
+            ASSERT_EQ(::seteuid(0), 0);
+        }
+    }
+
+    TestMounts mounts_;
+    const std::string place_ = mounts_.mountMemory("mount", 0, "size=1m,mode=0755");
+};
+
+TEST_F(KTOtherUserTest, MayReadItAndSeesThatItMayNoMore) {
+    const auto directory = KTDirectory::directoryWithPath(place_);
+    const auto file = directory->objectMatchingCName("file");
+
+    EXPECT_EQ(file->ownerID(), 0U);
+    EXPECT_EQ(file->effectiveAccess(), static_cast<unsigned>(R_OK));
+    EXPECT_EQ(directory->effectiveAccess(), static_cast<unsigned>(R_OK | X_OK));
+}
+
+TEST_F(KTOtherUserTest, MayNotSetItsAttributes) {
+    const auto item = KTFileInfo::infoForPath(place_ + "/file");
+    item->setAccess(0666);
+
+    const SVException exception = raisedBy([&] { item->setModifiedAttributes(); }, EPERM);
+
+    EXPECT_EQ(exception.reason(), "unable to set attributes");
+    EXPECT_EQ(*exception.details().find("attributeSet"), Value("0x00020000"));
+    EXPECT_EQ(mounts_.attributes("mount/file").st_mode & 07777U, 0644U);
+}
+
+TEST_F(KTOtherUserTest, MayNotDeleteItOrMakeAnythingBesideIt) {
+    const auto item = KTFileInfo::infoForPath(place_ + "/file");
+    const auto directory = KTDirectory::directoryWithPath(place_);
+
+    EXPECT_EQ(raisedBy([&] { static_cast<void>(item->deleteFile()); }, EACCES).reason(),
+              "cannot delete item");
+    EXPECT_EQ(
+        raisedBy([&] { directory->createSubdirectoryWithNameMode("new", 0755); }, EACCES).reason(),
+        "could not create directory");
+}
+
+TEST_F(KTOtherUserTest, MayNotUnmountTheVolume) {
+    const auto volume = KTVolumeInfo::volumeInfoForPath(place_);
+    for (const bool force : {false, true}) {
+        const SVException exception = raisedBy([&] { volume->unmountForcibly(force); }, EPERM);
+
+        EXPECT_EQ(exception.reason(), "cannot unmount volume");
+        EXPECT_EQ(*exception.details().find("name"), Value("mount"));
+        EXPECT_EQ(*exception.details().find("Path"), Value(place_));
+        EXPECT_EQ(*exception.details().find("forcably"), Value(force ? 1 : 0));
+    }
+    EXPECT_TRUE(KTVolumeInfo::volumeInfoForPath(place_)->isEqual(*volume));
 }
 
 }  // namespace

@@ -467,6 +467,25 @@ TEST_F(KTServedVolumeTest, AUniqueNameIsTriedAnewAsLongAsItExists) {
     EXPECT_EQ(server_.failuresLeft(), 0);
 }
 
+TEST_F(KTServedVolumeTest, WhatFailsWhileItIsTakenAwayStaysAndLeavesNothingAtTheTarget) {
+    const auto item = KTFileInfo::infoForPath(at("file"));
+    const std::string target = mounts_ / "target";
+    server_.fail(EIO);
+
+    const SVException copying =
+        raisedBy([&] { static_cast<void>(item->copyToOverwriting(target, false)); },
+                 "cannot copy item", EIO, at("file"));
+    const SVException moving = raisedBy([&] { item->moveToOverwriting(target, false); },
+                                        "cannot move item", EIO, at("file"));
+
+    EXPECT_EQ(detailOf(copying, "target"), Value(target));
+    EXPECT_EQ(detailOf(moving, "target"), Value(target));
+    EXPECT_FALSE(mounts_.has("target"));
+    EXPECT_EQ(item->path(), at("file"));
+    server_.fail(0);
+    EXPECT_EQ(item->reevaluateType(), item);
+}
+
 // Whoever waits for a server that does not answer waits until it goes away, and is told then.
 TEST_F(KTServedVolumeTest, WhoWaitsForAnAnswerIsToldWhenTheServerGoesAway) {
     const auto item = KTFileInfo::infoForPath(at("file"));

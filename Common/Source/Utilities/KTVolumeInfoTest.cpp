@@ -16,6 +16,7 @@
 #include "Common/Source/Utilities/KTSymbolicLink.h"
 #include "Common/Source/Utilities/SVException.h"
 #include "Common/Source/Utilities/TestLogger.h"
+#include "Platform/NSFileManager.h"
 #include "Platform/NSKeyedArchiver.h"
 #include "Platform/NSKeyedUnarchiver.h"
 #include "Platform/SequentialCoder.h"
@@ -131,6 +132,27 @@ TEST(KTVolumeInfoTest, FreeSizesAreThoseOfTheLastLook) {
     volume->reloadStats();
     EXPECT_EQ(volume->stat().f_bfree * volume->blockSize(),
               static_cast<std::uint64_t>(volume->freeBytes()));
+}
+
+TEST(KTVolumeInfoTest, TheDictionaryIsKeptUntilEitherReload) {
+    TestMounts mounts;
+    const auto volume = volumeOf(mounts.mountMemory("mount"));
+    SEVRIN_SKIP_WITHOUT(mounts);
+    const auto freeSize = [&] {
+        return *volume->nsAttributes()->find(platform::NSFileSystemFreeSize);
+    };
+    const Value empty = freeSize();
+
+    mounts.write("mount/a", std::string(100'000, 'x'));
+    EXPECT_EQ(freeSize(), empty);
+    volume->reloadSizes();
+    const Value fuller = freeSize();
+    EXPECT_NE(fuller, empty);
+
+    mounts.write("mount/b", std::string(100'000, 'x'));
+    EXPECT_EQ(freeSize(), fuller);
+    volume->reloadStats();
+    EXPECT_NE(freeSize(), fuller);
 }
 
 TEST(KTVolumeInfoTest, AReadOnlyVolumeIsNotWritable) {

@@ -32,6 +32,7 @@ using platform::DirectoryReader;
 using platform::DirectoryReaderOverride;
 using platform::TestMounts;
 using platform::UniqueFd;
+using platform::Value;
 
 using Getter = bool (KTVolumeInfo::*)() const;
 
@@ -217,7 +218,7 @@ TEST_P(KTVolumeKindTest, ItsIdentityIsTheOneThatItWasMadeWithOrThatOfItsMount) {
                                      std::regex("FSID-[0-9a-f]{4,}-[0-9a-f]{4,}")))
             << volume_->syntheticUUID();
     }
-    EXPECT_FALSE(volume_->wholeDeviceIdentifier().isNull());
+    EXPECT_EQ(volume_->wholeDeviceIdentifier(), Value(mounts_.attributes("mount").st_dev));
 }
 
 TEST_P(KTVolumeKindTest, IsTheSameWhateverItIsFoundBy) {
@@ -374,6 +375,26 @@ TEST_P(KTVolumeKindTest, AWrittenTimeIsThereWhenItIsReadAgain) {
 
     EXPECT_EQ(item->modifiedTimeSpec().tv_sec, past.tv_sec);
     EXPECT_EQ(item->modifiedTimeSpec().tv_nsec, 0);
+}
+
+TEST_P(KTVolumeKindTest, TellsAnotherUserTheSame) {
+    ASSERT_EQ(::chmod(place_.c_str(), 0755), 0);
+
+    ASSERT_EQ(::seteuid(12345), 0);
+    const KTVolumeInfoPtr seen = KTVolumeInfo::volumeInfoForPath(place_);
+    ASSERT_EQ(::seteuid(0), 0);
+
+    EXPECT_TRUE(seen->isEqual(*volume_));
+    EXPECT_EQ(seen->totalBytes(), volume_->totalBytes());
+    EXPECT_EQ(seen->freeBytes(), volume_->freeBytes());
+    EXPECT_EQ(seen->syntheticUUID(), volume_->syntheticUUID());
+    // A label that only the device tells is for those who may read that.
+    if (wasMadeWithUUID()) {
+        EXPECT_EQ(seen->name(), volume_->name());
+    }
+    EXPECT_EQ(seen->maxFileSize(), volume_->maxFileSize());
+    for (const auto& [name, getter] : kCapabilities)
+        EXPECT_EQ((seen.get()->*getter)(), (volume_.get()->*getter)()) << name;
 }
 
 TEST_P(KTVolumeKindTest, IsGoneFromTheListWhenItIsUnmounted) {
