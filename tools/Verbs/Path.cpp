@@ -28,7 +28,7 @@ public:
         text += message;
         return true;
     }
-    void logMessage(std::string_view text) override { invocation_.detail(text); }
+    void logMessage(const std::string& text) override { invocation_.detail(text); }
 
 private:
     const Invocation& invocation_;
