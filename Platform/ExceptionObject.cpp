@@ -154,6 +154,11 @@ void ExceptionObject::readFromCoder(NSCoder& coder) {
     decodedInfo_ = std::move(info);
 }
 
+bool ExceptionObject::isEqual(const Object& other) const {
+    return this == &other ||
+           (dynamic_cast<const ExceptionReference*>(&other) != nullptr && other.isEqual(*this));
+}
+
 ObjectPtr ExceptionObject::referenceTo(const ObjectPtr& exception) {
     return std::make_shared<ExceptionReference>(
         std::dynamic_pointer_cast<ExceptionObject>(exception));
@@ -170,13 +175,15 @@ std::string ExceptionReference::description() const {
 }
 
 bool ExceptionReference::isEqual(const Object& other) const {
-    const auto* reference = dynamic_cast<const ExceptionReference*>(&other);
-    return reference != nullptr && !exception_.owner_before(reference->exception_) &&
-           !reference->exception_.owner_before(exception_);
-}
-
-std::size_t ExceptionReference::hash() const {
-    return std::hash<const Object*>{}(exception().get());
+    std::weak_ptr<const ExceptionObject> theirs;
+    if (const auto* reference = dynamic_cast<const ExceptionReference*>(&other)) {
+        theirs = reference->exception_;
+    } else if (const auto* exception = dynamic_cast<const ExceptionObject*>(&other)) {
+        theirs = exception->weak_from_this();
+    } else {
+        return false;
+    }
+    return !exception_.owner_before(theirs) && !theirs.owner_before(exception_);
 }
 
 std::optional<Value> ExceptionReference::replacementObjectForCoder(NSCoder&) const {

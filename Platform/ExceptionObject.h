@@ -76,6 +76,9 @@ public:
     // The reason; the name when there is none.
     [[nodiscard]] std::string description() const override;
 
+    // Equal to itself and to what refers to it (ExceptionReference).
+    [[nodiscard]] bool isEqual(const Object& other) const override;
+
     // Keyed or in sequence: name, reason and user info, each present even when null. The return
     // addresses stay here: they mean nothing in another process.
     void encodeWithCoder(NSCoder& coder) const override;
@@ -121,7 +124,8 @@ private:
 // afterwards, when the exception is gone, as null.
 class ExceptionReference final : public Object, public NSCoding {
 public:
-    explicit ExceptionReference(const ExceptionObjectPtr& exception) : exception_(exception) {}
+    explicit ExceptionReference(const ExceptionObjectPtr& exception)
+        : exception_(exception), hash_(exception ? exception->hash() : 0) {}
 
     // nullptr when it is gone.
     [[nodiscard]] ExceptionObjectPtr exception() const { return exception_.lock(); }
@@ -132,9 +136,10 @@ public:
 
     [[nodiscard]] std::string description() const override;
 
-    // Equal to references to the same exception.
+    // Equal to the exception and to other references to it: whatever holds the one or the other
+    // says the same. That stays so when it is gone.
     [[nodiscard]] bool isEqual(const Object& other) const override;
-    [[nodiscard]] std::size_t hash() const override;
+    [[nodiscard]] std::size_t hash() const override { return hash_; }
 
     [[nodiscard]] std::optional<Value> replacementObjectForCoder(NSCoder& coder) const override;
 
@@ -143,6 +148,7 @@ public:
 
 private:
     const std::weak_ptr<ExceptionObject> exception_;
+    const std::size_t hash_;
 };
 
 // The exception that a value holds, itself or by reference; nullptr when it holds none.

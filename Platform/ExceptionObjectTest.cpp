@@ -125,6 +125,26 @@ TEST(ExceptionObjectTest, ABackReferenceStandsForTheExceptionWithoutOwningIt) {
     EXPECT_EQ(reference->replacementObjectForCoder(coder), Value());
 }
 
+TEST(ExceptionObjectTest, ABackReferenceEqualsItsExceptionAndItsLike) {
+    auto exception = std::make_shared<ExceptionObject>();
+    const auto other = std::make_shared<ExceptionObject>();
+    const ExceptionReference reference(exception);
+    const ExceptionReference second(exception);
+
+    EXPECT_TRUE(reference.isEqual(*exception));
+    EXPECT_TRUE(exception->isEqual(reference));
+    EXPECT_EQ(reference.hash(), exception->hash());
+    EXPECT_FALSE(reference.isEqual(*other));
+    EXPECT_FALSE(other->isEqual(reference));
+    EXPECT_FALSE(exception->isEqual(*other));
+
+    const std::size_t hash = reference.hash();
+    exception.reset();
+    EXPECT_TRUE(reference.isEqual(second));
+    EXPECT_EQ(reference.hash(), hash);
+    EXPECT_FALSE(reference.isEqual(ExceptionReference(other)));
+}
+
 TEST(ExceptionObjectTest, AnErrorIsReadAsItWasWritten) {
     for (const bool isKeyed : {true, false}) {
         ListedCoder coder;

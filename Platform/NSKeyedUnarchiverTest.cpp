@@ -699,5 +699,27 @@ TEST_F(NSKeyedUnarchiverTest, TwoExceptionsThatReachEachOtherAreReadAndEndWithTh
     EXPECT_TRUE(watched.expired());
 }
 
+// Within the exception it is held otherwise than outside, which must not make two keys of one.
+TEST_F(NSKeyedUnarchiverTest, AnExceptionIsTheSameKeyFromWithinAndFromOutside) {
+    const auto theClass = archive.addClass("NSException");
+    const auto dictionary = archive.addClass("NSDictionary");
+    const auto name = archive.add(archive.text("IO"));
+    const std::uint32_t exception = name + 1;
+    const std::uint32_t within = name + 2;
+    const std::uint32_t outside = name + 3;
+    archive.addObject(theClass, {{"NS.name", archive.uid(name)},
+                                 {"NS.reason", archive.uid(0)},
+                                 {"NS.userinfo", archive.uid(within)}});
+    for (int i = 0; i < 2; ++i) {
+        archive.addObject(dictionary, {{"NS.keys", archive.uids({name})},
+                                       {"NS.objects", archive.uids({exception})}});
+    }
+    const Refusal refusal =
+        objectRefusal("NSDictionary", {{"NS.keys", archive.uids({exception, within, outside})},
+                                       {"NS.objects", archive.uids({name, name, name})}});
+
+    EXPECT_THAT(refusal.reason, HasSubstr("stands twice for key (NS.keys)"));
+}
+
 }  // namespace
 }  // namespace sevrin::platform
