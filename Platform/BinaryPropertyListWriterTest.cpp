@@ -156,6 +156,7 @@ TEST(BinaryPropertyListWriterTest, WhatNoListCanHoldIsRefusedWithItsPlace) {
         "an object of class " + Object::classObject().name() + " is in no property list at [0]");
     EXPECT_THAT(refusalOf(Dictionary{{1, 2}}), HasSubstr("key that is no text"));
     EXPECT_EQ(refusalOf(ValueArray{"\xff"}), "text that is not UTF-8 at [0]");
+    EXPECT_EQ(refusalOf("\x80"), "text that is not UTF-8");
     EXPECT_EQ(refusalOf(Dictionary{{"\xed\xa0\x80", 2}}).substr(0, 22), "text that is not UTF-8");
     EXPECT_THAT(refusalOf(NSDate::dateWithTimeIntervalSinceReferenceDate(std::nan(""))),
                 HasSubstr("not a number"));

@@ -229,6 +229,18 @@ class ArchiveVerbTest(unittest.TestCase):
                 self.assertEqual(outcome.returncode, 125)
                 self.assertIn(b"cannot write the answer: No space left on device", outcome.stderr)
 
+    def test_an_archive_is_not_written_to_a_terminal(self):
+        terminal, program_side = os.openpty()
+        try:
+            outcome = subprocess.run([CTL, "archive", "from-json", "-"], input=ctl("to-json", good("ktpath")).stdout,
+                                     stdout=program_side, stderr=subprocess.PIPE, timeout=60, check=False)
+        finally:
+            os.close(program_side)
+            os.close(terminal)
+        self.assertEqual(outcome.returncode, 2)
+        self.assertIn(b"an archive is not for a terminal. Try: switchboardctl archive from-json FILE > ARCHIVE",
+                      outcome.stderr)
+
     def test_a_tree_as_json_is_the_archive_as_json(self):
         self.assertEqual(ctl("show", "--json", good("ktpath")).stdout, ctl("to-json", good("ktpath")).stdout)
 
