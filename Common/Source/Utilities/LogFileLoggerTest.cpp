@@ -20,6 +20,7 @@
 #include "Common/Source/Utilities/NSLogLogger.h"
 #include "Common/Source/Utilities/SVException.h"
 #include "Common/Source/Utilities/TestLogFile.h"
+#include "Platform/TestMounts.h"
 
 namespace sevrin {
 namespace {
@@ -84,12 +85,13 @@ TEST_F(LogFileLoggerTest, TheFirstLineMakesFolderAndFileAndTheConsoleShowsNothin
     EXPECT_NE(std::dynamic_pointer_cast<LogFileLogger>(Logger::defaultLogger()), nullptr);
 }
 
-TEST_F(LogFileLoggerTest, EveryFolderThatIsMadeForTheLogIsLoggedInIt) {
+TEST_F(LogFileLoggerTest, TheFoldersThatAreMadeForTheLogAreLoggedInItTheOutermostFirst) {
     log("hello");
 
-    const std::string lines = log_.read();
-    for (const char* folder : {"/Library [", "/Library/Logs [", "/Library/Logs/Sevrin ["})
-        EXPECT_THAT(lines, HasSubstr("Created folder " + log_.home() + folder));
+    const std::string made = "Minutia Created folder " + log_.home();
+    EXPECT_THAT(log_.lines(),
+                ElementsAre(HasSubstr(made + "/Library ["), HasSubstr(made + "/Library/Logs ["),
+                            HasSubstr(made + "/Library/Logs/Sevrin ["), HasSubstr(" hello [")));
 }
 
 TEST_F(LogFileLoggerTest, TheFilesModeIsWhatTheMaskLeavesOfTheGroupsToo) {
@@ -380,6 +382,40 @@ TEST_F(LogFileWatchTest, AClockThatIsSetBackDoesNotBlind) {
     log("new");
 
     EXPECT_THAT(log_.read(), HasSubstr(" new ["));
+}
+
+// A home on a volume that is filled to the last byte and emptied again.
+TEST(LogFileFullDiskTest, LinesAreLostWhileTheDiskIsFullAndWholeOnesFollow) {
+    platform::TestMounts mounts;
+    const TestLogFile log(mounts.mountMemory("disk"));
+    SEVRIN_SKIP_WITHOUT(mounts);
+    Logger::releaseDefaultLogger();
+    const std::string filler = log.home() + "/filler";
+    Logger::logMessage(LogClassification::Failure, "before");
+    {
+        std::ofstream file(filler, std::ios::binary);
+        while (file << std::string(1024, 'f') << std::flush) {
+        }
+    }
+
+    testing::internal::CaptureStderr();
+    for (int line = 0; line < 100; ++line)  // Some have room, in what the file has of its last page.
+        Logger::logMessage(LogClassification::Failure, "while it is full " + std::string(80, 'w'));
+    const std::string console = testing::internal::GetCapturedStderr();
+    fs::remove(filler);
+    Logger::logMessage(LogClassification::Failure, "found");
+    Logger::logMessage(LogClassification::Failure, "after");
+    Logger::releaseDefaultLogger();
+
+    EXPECT_THAT(console, HasSubstr("write('" + log.path() + "') errno=28"));
+    const std::vector<std::string> lines = log.lines();
+    EXPECT_LT(lines.size(), 100U);
+    EXPECT_THAT(lines[lines.size() - 2], MatchesRegex("[0-9]{4}-.* Failure found \\[8[.0-9]+\\]"));
+    EXPECT_THAT(lines.back(), MatchesRegex("[0-9]{4}-.* Failure after \\[8[.0-9]+\\]"));
+    int cut = 0;
+    for (const std::string& line : lines)
+        cut += line.ends_with(']') ? 0 : 1;
+    EXPECT_LE(cut, 1);
 }
 
 TEST_F(LogFileWatchTest, AFullDiskCostsTheLinesThatItHasNoRoomForAndTearsNoOther) {

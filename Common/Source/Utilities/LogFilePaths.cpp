@@ -70,9 +70,9 @@ private:
 
 }  // namespace
 
-// Making the folder logs what it makes, with a logger that is chosen for it, which makes the rest
-// of the folder in turn: each such attempt is a step further. One that would begin where the
-// attempt around it is has to fail like that.
+// Making the folder logs what it made, or why it cannot, with a logger that is chosen for it, which
+// needs the folder in turn. One that would begin where the attempt around it is has to fail like
+// that.
 LogFileLoggerPtr LogFileLogger::makeUnlessStuck() {
     if (beingMade != nullptr) {
         const auto folder = logFolder()->path();

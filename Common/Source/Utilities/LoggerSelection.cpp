@@ -14,11 +14,10 @@ namespace sevrin {
 
 namespace {
 
-// Attempts at the standard logger that may be under way within each other. Opening a log logs each
-// folder that it makes for it, of which there are three; that line chooses a logger too, which
-// succeeds where the outer choice is still busy making folders. More would only fail as the others
-// do.
-constexpr int kNestedAttemptsMax = 4;
+// Attempts at the standard logger that may be under way within each other. What is logged while one
+// opens its log, such as the folders made for it, chooses a logger too, which finds the folders
+// there and opens the log. More would only fail as that one does.
+constexpr int kNestedAttemptsMax = 2;
 
 struct Selection {
     // Held by the thread that chooses. What it calls may log, and so choose, in turn.

@@ -102,17 +102,29 @@ bool SVPath::containsFile(std::string_view name) {
 }
 
 void SVPath::create() {
-    createFolder();
+    MadeFolders made;
+    createAll(made);
+    logMade(made);
 }
 
-void SVPath::createFolder() {
+void SVPath::createAll(MadeFolders& made) {
+    createFolder(made);
+}
+
+void SVPath::logMade(const MadeFolders& made) {
+    for (const std::string& folder : made)
+        Logger::logFormat(LogClassification::Minutia, "Created folder %@", folder);
+}
+
+void SVPath::createFolder(MadeFolders& made) {
     if (exists()) return;
     SEVRIN_ASSERT(path(), "a location without a folder cannot create one");
     const NSErrorPtr error = fileManager().createDirectoryAtPath(
         *path(), false, createAttributes_.value_or(Dictionary()));
     if (!error) {
-        Logger::logFormat(LogClassification::Minutia, "Created folder %@", *path());
+        made.push_back(*path());
     } else if (!exists()) {  // Else another process was quicker.
+        logMade(made);
         failCreating(error);
     }
 }

@@ -12,6 +12,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "Platform/NSCoder.h"
 #include "Platform/NSURL.h"
@@ -111,9 +112,10 @@ public:
     [[nodiscard]] bool containsFile(std::string_view name);
 
     // Makes the folder, and the locations that enclose it, with their attributes, unless it exists.
-    // Raises SVException "Cannot create support folder" with the "Folder", after a record of the
-    // circumstances in the log. Not for a location without a path.
-    virtual void create();
+    // Logs each that it has made, the outermost first, when all are there: the log itself may be
+    // kept in them. Raises SVException "Cannot create support folder" with the "Folder", after a
+    // record of the circumstances in the log. Not for a location without a path.
+    void create();
 
     // "SVSubPath.0x55d0c8a0 { path=/Library/Logs }"
     [[nodiscard]] std::string description() const override;
@@ -132,10 +134,18 @@ protected:
 
     [[nodiscard]] static Attributes decodeAttributes(platform::NSCoder& coder);
 
+    // The folders that a call of create() has made so far, the outermost first.
+    using MadeFolders = std::vector<std::string>;
+
     // Makes this one folder.
-    void createFolder();
+    void createFolder(MadeFolders& made);
+
+    // What create() does before it logs: for a location in another, that one's first.
+    virtual void createAll(MadeFolders& made);
+    static void createAllOf(SVPath& location, MadeFolders& made) { location.createAll(made); }
 
 private:
+    static void logMade(const MadeFolders& made);
     [[noreturn]] void failCreating(const platform::NSErrorPtr& error);
 
     std::optional<std::string> resolvedPath_;

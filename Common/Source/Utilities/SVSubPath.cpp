@@ -69,11 +69,11 @@ std::optional<std::string> SVSubPath::constructPath() {
     return enclosing->pathToFile(below);
 }
 
-void SVSubPath::create() {
+void SVSubPath::createAll(MadeFolders& made) {
     const std::vector<SVSubPath*> links = chain();
-    links.front()->enclosingPath_->create();
+    createAllOf(*links.front()->enclosingPath_, made);
     for (SVSubPath* const link : links)
-        link->createFolder();
+        link->createFolder(made);
 }
 
 platform::Class& SVSubPath::classObject() {

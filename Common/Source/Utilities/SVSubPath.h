@@ -34,12 +34,14 @@ public:
     [[nodiscard]] const std::string& folderName() const { return folderName_; }
 
     [[nodiscard]] std::optional<std::string> constructPath() override;
-    void create() override;
 
     [[nodiscard]] static SVSubPathPtr initWithCoder(platform::NSCoder& coder);
     void encodeWithCoder(platform::NSCoder& coder) const override;
     [[nodiscard]] static platform::Class& classObject();
     [[nodiscard]] const platform::Class& isa() const override { return classObject(); }
+
+protected:
+    void createAll(MadeFolders& made) override;
 
 private:
     // The locations named by a folder that enclose this one, the outermost first, this one last.
