@@ -154,6 +154,8 @@ TEST(BinaryPropertyListWriterTest, WhatNoListCanHoldIsRefusedWithItsPlace) {
     EXPECT_EQ(
         refusalOf(ValueArray{std::make_shared<Object>()}),
         "an object of class " + Object::classObject().name() + " is in no property list at [0]");
+    EXPECT_EQ(refusalOf(ValueArray{ValueArray{1}, Dictionary{{"k", 1}}, nullptr}),
+              "null is in no property list at [2]");
     EXPECT_THAT(refusalOf(Dictionary{{1, 2}}), HasSubstr("key that is no text"));
     EXPECT_EQ(refusalOf(ValueArray{"\xff"}), "text that is not UTF-8 at [0]");
     EXPECT_EQ(refusalOf("\x80"), "text that is not UTF-8");

@@ -1,5 +1,6 @@
 """switchboardctl archive: every archive as a tree, as JSON and back, two compared; and what is no archive."""
 
+import datetime
 import json
 import os
 import plistlib
@@ -95,12 +96,16 @@ class ArchiveVerbTest(unittest.TestCase):
                 self.assertEqual((same.returncode, same.stdout), (0, b""))
 
     def test_json_tells_kinds_apart(self):
-        objects = [1, 1.0, True, 2**53, 2**53 + 1, -2**63, 2**64 - 1, float("inf"), -0.0, b"\0", "1", plistlib.UID(3)]
-        text = ctl("to-json", "-", stdin=archive_of(objects)).stdout
+        objects = [1, 1.0, True, 2**53, 2**53 + 1, -2**63, 2**64 - 1, float("inf"), -0.0, b"\0", "1", plistlib.UID(3),
+                   float("-inf"), datetime.datetime(2023, 3, 8, 20, 26, 40)]
+        archive = archive_of(objects)
+        text = ctl("to-json", "-", stdin=archive).stdout
         members = json.loads(text)["archive"]["dictionary"]["$objects"]["array"][1:]
         self.assertEqual(repr(members), repr([
             1, {"real": 1.0}, True, 2**53, {"integer": str(2**53 + 1)}, {"integer": str(-2**63)},
-            {"integer": str(2**64 - 1)}, {"real": "inf"}, {"real": -0.0}, {"data": "AA=="}, "1", {"uid": 3}]))
+            {"integer": str(2**64 - 1)}, {"real": "inf"}, {"real": -0.0}, {"data": "AA=="}, "1", {"uid": 3},
+            {"real": "-inf"}, {"date": 700000000.0}]))
+        self.assertEqual(repr(plistlib.loads(ctl("from-json", "-", stdin=text).stdout)), repr(plistlib.loads(archive)))
 
     def test_what_is_not_a_number_keeps_its_bits(self):
         objects = [float("nan")]
