@@ -160,7 +160,12 @@ TEST_F(UserSwitchboardProcessTest, AnEmptyListIsReportedBeforeTheMissingPrivileg
 }
 
 TEST_F(UserSwitchboardProcessTest, ARefusalIsNoStop) {
-    EXPECT_THAT(refusal({"--users"}), Not(HasSubstr("stopping")));
+    const std::string said = refusal({"--users"});
+
+    // It got as far as the log, and what it says of its end there is why.
+    EXPECT_THAT(said, HasSubstr(" #debug# started Switchboard-2.2.5.12 ["));
+    EXPECT_THAT(said, HasSubstr(" Failure empty --users list ["));
+    EXPECT_THAT(said, Not(HasSubstr("stopping")));
 }
 
 TEST_F(UserSwitchboardProcessTest, RaisesItsDescriptorLimitAsFarAsItMay) {

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <thread>
 
+#include "Tests/Support/ObservedClientTest.h"
 #include "Tests/Support/StateChanges.h"
 #include "Tests/Support/TestSwitchboard.h"
 
@@ -21,26 +22,15 @@ using test::isEvent;
 using test::kPatience;
 using test::options;
 using test::serviceName;
-using test::TestSwitchboard;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using Code = CallError::Code;
 using Event = SwitchboardClient::StateChange::Event;
 using State = SwitchboardClient::State;
-using StateChange = SwitchboardClient::StateChange;
 using namespace std::chrono_literals;
 
-class ConnectingTest : public testing::Test {
-protected:
-    // Options whose state changes are collected.
-    SwitchboardClient::Options observed() {
-        return options([this](const StateChange& change) { changes_.add(change); });
-    }
-
-    TestSwitchboard board_{false};
-    Inbox<StateChange> changes_;
-};
+class ConnectingTest : public test::ObservedClientTest {};
 
 TEST_F(ConnectingTest, ConnectingWithoutASwitchboardSaysWhichNameNobodyServes) {
     const auto client = SwitchboardClient::connect(options(), kPatience);

@@ -6,6 +6,7 @@
 #include <memory>
 #include <thread>
 
+#include "Tests/Support/ObservedClientTest.h"
 #include "Tests/Support/StateChanges.h"
 #include "Tests/Support/TestSwitchboard.h"
 
@@ -17,7 +18,6 @@ using test::Inbox;
 using test::isEvent;
 using test::kPatience;
 using test::options;
-using test::TestSwitchboard;
 using testing::ElementsAre;
 using Code = CallError::Code;
 using Event = SwitchboardClient::StateChange::Event;
@@ -25,16 +25,7 @@ using State = SwitchboardClient::State;
 using StateChange = SwitchboardClient::StateChange;
 using namespace std::chrono_literals;
 
-class ReconnectingTest : public testing::Test {
-protected:
-    // Options whose state changes are collected.
-    SwitchboardClient::Options observed() {
-        return options([this](const StateChange& change) { changes_.add(change); });
-    }
-
-    TestSwitchboard board_{false};
-    Inbox<StateChange> changes_;
-};
+class ReconnectingTest : public test::ObservedClientTest {};
 
 TEST_F(ReconnectingTest, WhatLastsIsRestoredInItsOrderAndTheUserFirst) {
     board_.start();

@@ -59,14 +59,13 @@ ObjectPtr serverObject(const std::string& className,
                        const std::shared_ptr<NSXPCInterface>& interface) {
     const Class* const serverClass = Class::named(className);
     if (!serverClass) return nullptr;
-    const Class::Method* const found =
+    const Class::Method* const method =
         serverClass->classMethod(SVConnectionObjectFactory::kServerObjectForConnection);
-    if (!found) return nullptr;
+    if (!method) return nullptr;
 
-    const Class::Method method = *found;
     std::array<Value, 2> arguments{Value(connection), Value(interface)};
     Invocation invocation{arguments, {}};
-    return method(nullptr, invocation).object();
+    return (*method)(nullptr, invocation).object();
 }
 
 }  // namespace

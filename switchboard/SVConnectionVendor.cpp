@@ -28,10 +28,9 @@ SVConnectionVendor::~SVConnectionVendor() {
 }
 
 void SVConnectionVendor::shutdown() {
-    if (const Class::Method* const found = isa().instanceMethod("redact")) {
-        const Class::Method redact = *found;
+    if (const Class::Method* const redact = isa().instanceMethod("redact")) {
         Invocation noArguments;
-        redact(this, noArguments);
+        (*redact)(this, noArguments);
     }
 
     std::shared_ptr<NSXPCListener> listener;
