@@ -579,5 +579,32 @@ TEST(KTPathOperationsTest, ALongPathIsMovedCopiedAndDeleted) {
     EXPECT_FALSE(folder.has("a"));
 }
 
+TEST(KTPathOperationsTest, APathOfTheGreatestLengthIsMovedCopiedSwappedAndDeleted) {
+    constexpr std::size_t kLengthMax = 4095;  // bytes that system calls take, without the NUL
+    const TestFolder folder;
+    std::string deep = folder / "a";
+    while (deep.size() < kLengthMax - 250)
+        deep += "/" + std::string(100, 'd');
+    std::filesystem::create_directories(deep);
+    const std::string name(kLengthMax - deep.size() - 1, 'n');
+    std::string other = name;
+    other.back() = 'o';
+    const KTPathPtr path = KTPath::pathWithPath(deep)->pathOfChild(name);
+    ASSERT_EQ(path->path().size(), kLengthMax);
+    std::fclose(std::fopen(path->cPath(), "w"));
+
+    const KTPathPtr moved = path->moveToOverwriting(other, true);
+    const KTPathPtr copied = moved->copyToOverwriting(name, false);
+    copied->swapWith(*moved);
+    const auto longer = detailsOf([&] { moved->moveToOverwriting(name + "x", true); },
+                                  "cannot rename filesystem object", moved->path());
+
+    EXPECT_EQ(*longer.find("POSIXErr"), Value(ENAMETOOLONG));
+    EXPECT_TRUE(moved->exists());
+    moved->deleteFile();
+    copied->deleteFile();
+    EXPECT_TRUE(std::filesystem::is_empty(deep));
+}
+
 }  // namespace
 }  // namespace sevrin
