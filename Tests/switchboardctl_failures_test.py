@@ -19,7 +19,7 @@ NEXT_STEP = "Try: systemctl --user start switchboard"
 VERBS = {"version": [], "build": [], "ping": [], "publish": ["a"], "query": ["a"], "call": ["a", "version"],
          "wait": ["a"], "post": ["a"], "monitor": []}
 # These ask no switchboard.
-ALONE = {"archive", "prefs", "locations", "path"}
+ALONE = {"archive", "prefs", "locations", "path", "log"}
 
 
 def greeting(version):
