@@ -18,6 +18,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <fstream>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -38,6 +40,13 @@ inline bool runTool(const std::string& command, std::string& output) {
     return ::pclose(pipe) == 0;
 }
 
+// A UUID that no other volume has: a system does not mount two of one side by side.
+inline std::string newUuid() {
+    std::string uuid;
+    std::ifstream("/proc/sys/kernel/random/uuid") >> uuid;
+    return uuid;
+}
+
 // Makes the image of an empty volume with "mkfs." and `kind`, which may end in options of that
 // program. Empty, or what the machine has not got for it.
 inline std::string makeImage(const std::string& image, const std::string& kind,
@@ -45,9 +54,8 @@ inline std::string makeImage(const std::string& image, const std::string& kind,
     const std::string maker = "mkfs." + kind.substr(0, kind.find(' '));
     std::string output;
     if (!runTool("command -v " + maker, output)) return maker + " is not installed";
-    EXPECT_TRUE(
-        runTool("truncate -s " + size + ' ' + image + " && mkfs." + kind + ' ' + image, output))
-        << output;
+    if (!runTool("truncate -s " + size + ' ' + image + " && mkfs." + kind + ' ' + image, output))
+        throw std::runtime_error(output);
     return "";
 }
 

@@ -67,13 +67,6 @@ Volume volumeAt(const std::string& path) {
     return volume;
 }
 
-// A new UUID: a system does not mount two volumes of one UUID side by side.
-std::string newUuid() {
-    std::string uuid;
-    std::ifstream("/proc/sys/kernel/random/uuid") >> uuid;
-    return uuid;
-}
-
 std::string textOf(const std::array<unsigned char, 16>& uuid) {
     std::string text;
     for (std::size_t i = 0; i < uuid.size(); ++i) {

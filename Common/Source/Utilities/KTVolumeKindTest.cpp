@@ -7,6 +7,7 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cerrno>
 #include <limits>
 #include <ostream>
@@ -86,6 +87,12 @@ const Names kOfUnix =
                         "ACLs",           "extended attributes", "exclusive renaming"};
 const Names kInFull = kOfUnix + Names{"sparse files", "zero runs", "preallocation", "swapping"};
 
+std::string inCapitals(std::string text) {
+    for (char& letter : text)
+        letter = static_cast<char>(std::toupper(static_cast<unsigned char>(letter)));
+    return text;
+}
+
 struct VolumeKind {
     const char* name;
     const char* make;  // what is behind "mkfs.", with the label "ARCHIVE"; empty: by its name
@@ -99,7 +106,6 @@ struct VolumeKind {
 };
 
 constexpr std::int64_t kLargest = std::numeric_limits<std::int64_t>::max();
-constexpr const char* kUUID = "01234567-89ab-cdef-0123-456789abcdef";
 constexpr const char* kLoop = "/dev/loop[0-9]+";
 
 const std::vector<VolumeKind> kKinds = {
@@ -132,7 +138,7 @@ protected:
         const VolumeKind& kind = GetParam();
         if (!kind.isImage()) return mounts_.mountKind("mount", kind.name);
         return mounts_.mountImage(
-            "mount", std::regex_replace(std::string(kind.make), std::regex("UUID"), kUUID));
+            "mount", std::regex_replace(std::string(kind.make), std::regex("UUID"), uuid_));
     }
     [[nodiscard]] bool wasMadeWithUUID() const {
         return std::string(GetParam().make).find("UUID") != std::string::npos;
@@ -144,6 +150,7 @@ protected:
     }
 
     TestMounts mounts_;
+    const std::string uuid_ = platform::newUuid();
     const std::string place_ = mount();
     KTVolumeInfoPtr volume_;
 };
@@ -204,9 +211,9 @@ TEST_P(KTVolumeKindTest, WhatIsWrittenIsSeenAfterAReload) {
 
 TEST_P(KTVolumeKindTest, ItsIdentityIsTheOneThatItWasMadeWithOrThatOfItsMount) {
     if (wasMadeWithUUID()) {
-        ASSERT_STREQ(volume_->uuidCStr(), "01234567-89AB-CDEF-0123-456789ABCDEF");
-        EXPECT_EQ(volume_->uuid()[0], 0x01);
-        EXPECT_EQ(volume_->uuid()[15], 0xEF);
+        ASSERT_STREQ(volume_->uuidCStr(), inCapitals(uuid_).c_str());
+        EXPECT_EQ(volume_->uuid()[0], std::stoi(uuid_.substr(0, 2), nullptr, 16));
+        EXPECT_EQ(volume_->uuid()[15], std::stoi(uuid_.substr(34), nullptr, 16));
     }
     EXPECT_EQ(volume_->uuidCStr() != nullptr, volume_->uuid() != KTVolumeInfo::UUID{});
     EXPECT_EQ(volume_->uuidCStr() != nullptr,
@@ -463,15 +470,16 @@ TEST_F(KTVolumeMarksTest, AVolumeThatBecomesReadOnlySaysSoAfterAReload) {
 }
 
 TEST_F(KTVolumeMarksTest, AReadOnlyImageKeepsItsNameAndIdentity) {
+    const std::string uuid = platform::newUuid();
     const std::string place =
-        mounts_.mountImage("mount", std::string("ext4 -q -L ARCHIVE -U ") + kUUID, "16M", "ro");
+        mounts_.mountImage("mount", "ext4 -q -L ARCHIVE -U " + uuid, "16M", "ro");
     SEVRIN_SKIP_WITHOUT(mounts_);
 
     const auto volume = KTVolumeInfo::volumeInfoForPath(place);
 
     EXPECT_FALSE(volume->isWritable());
     EXPECT_EQ(volume->name(), "ARCHIVE");
-    EXPECT_EQ(volume->syntheticUUID(), "01234567-89AB-CDEF-0123-456789ABCDEF");
+    EXPECT_EQ(volume->syntheticUUID(), inCapitals(uuid));
     EXPECT_TRUE(volume->hasJournal());
 }
 
