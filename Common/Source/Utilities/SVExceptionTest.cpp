@@ -215,9 +215,10 @@ TEST(SVExceptionTest, AnAbsentValueIsStoredAsText) {
                                       .setDetailKey(nullptr, "a")
                                       .setAPI(nullptr)
                                       .setStrPath(std::optional<std::string>())
+                                      .setObject(platform::NSErrorPtr())
                                       .setCause(Value());
 
-    for (const char* key : {"a", "API", "Path", "Cause"})
+    for (const char* key : {"a", "API", "Path", "Object", "Cause"})
         EXPECT_EQ(detail(exception, key), Value("(nil)")) << key;
 }
 
