@@ -399,7 +399,8 @@ TEST(LogFileFullDiskTest, LinesAreLostWhileTheDiskIsFullAndWholeOnesFollow) {
     }
 
     testing::internal::CaptureStderr();
-    for (int line = 0; line < 100; ++line)  // Some have room, in what the file has of its last page.
+    // Some have room, in what the file has of its last page.
+    for (int line = 0; line < 100; ++line)
         Logger::logMessage(LogClassification::Failure, "while it is full " + std::string(80, 'w'));
     const std::string console = testing::internal::GetCapturedStderr();
     fs::remove(filler);
