@@ -213,7 +213,7 @@ protected:
             const std::string text = line.substr(message + 9, identifier - message - 9);
             const std::size_t filling = text.rfind('.') + 1;
             ASSERT_EQ(text.find_first_not_of('x', filling), text.npos);
-            ASSERT_LE(text.size(), 8000U);
+            ASSERT_LE(text.size(), 20'000U);
             ++counts_[text.substr(0, filling)];
         }
     }
@@ -232,7 +232,7 @@ TEST_F(LogFileEnduranceTest, NoLineIsTornDoubledOrLost) {
         ASSERT_EQ(rotator.readLine(), "ready");
         std::vector<Helper> writers;
         for (std::size_t process = 0; process < kProcesses; ++process)
-            writers.push_back(Helper({"write", "p" + std::to_string(process), lines()}));
+            writers.push_back(Helper({"write", "p" + std::to_string(process), lines(), "8000"}));
         for (int rotation = 0; rotation < kRotationsMin; ++rotation)
             ASSERT_EQ(rotator.readLine(), "rotated");
         for (Helper& writer : writers)
@@ -248,11 +248,15 @@ TEST_F(LogFileEnduranceTest, NoLineIsTornDoubledOrLost) {
         ASSERT_EQ(count, 1) << line;
 }
 
-TEST_F(LogFileEnduranceTest, TwoProcessesWriteWholeLines) {
+// By the longest line in bytes.
+class LogFileWholeLinesTest : public LogFileEnduranceTest,
+                              public testing::WithParamInterface<const char*> {};
+
+TEST_P(LogFileWholeLinesTest, AreWrittenByTwoProcesses) {
     std::size_t written = 0;
     {
-        Helper first({"write", "first", "1000"});
-        Helper second({"write", "second", "1000"});
+        Helper first({"write", "first", "1000", GetParam()});
+        Helper second({"write", "second", "1000", GetParam()});
         written = linesOf(first) + linesOf(second);
     }
     ASSERT_NO_FATAL_FAILURE(countLinesOf(log_.path()));
@@ -260,6 +264,9 @@ TEST_F(LogFileEnduranceTest, TwoProcessesWriteWholeLines) {
     EXPECT_GE(written, 4000U);
     EXPECT_EQ(counts_.size(), written);
 }
+
+INSTANTIATE_TEST_SUITE_P(Up, LogFileWholeLinesTest, testing::Values("100", "8000", "20000"),
+                         [](const auto& one) { return "To" + std::string(one.param); });
 
 }  // namespace
 }  // namespace sevrin

@@ -1,18 +1,18 @@
 // A process of its own for the tests of the shared log file.
 //
-//     log-test-helper write NAME COUNT     two threads write at least COUNT lines each, of 10 to
-//                                          8,000 bytes, and go on, slowly, until input ends:
+//     log-test-helper write NAME COUNT MAX two threads write at least COUNT lines each, of 10 to
+//     MAX
+//                                          bytes, and go on, slowly, until input ends:
 //                                          "NAME.thread.number." and as many x as fit; then says
 //                                          how many there were
 //     log-test-helper rotate FOLDER        links every log file into FOLDER under a number and then
 //                                          rotates, every 50 milliseconds until input ends, and
 //                                          says so each time
-//     log-test-helper listen               writes a line for each line of input, and hears
-//     rotations
+//     log-test-helper listen               writes a line for each line of input, and hears of
+//                                          rotations
 //     log-test-helper announce             rotates where no other process hears it, and says how
-//     often
-//                                          it was announced and what with; "shared" where the
-//                                          system gives it no such place
+//                                          often it was announced and what with; "shared" where
+//                                          the system gives it no such place
 //
 // The others say "ready" on standard output when they have begun, and "written" for each line of
 // input.
@@ -44,7 +44,6 @@ using platform::DispatchQueue;
 using platform::NSRunLoop;
 
 constexpr std::size_t kLineMin = 10;
-constexpr std::size_t kLineMax = 8000;
 constexpr std::chrono::milliseconds kRotationInterval{50};
 
 void say(const std::string& word) {
@@ -62,12 +61,13 @@ void serveUntilDone(const std::function<void()>& work) {
 }
 
 // Gives the number of lines.
-int writeLines(const std::string& name, int count, const std::atomic<bool>& isEnded) {
+int writeLines(const std::string& name, int count, std::size_t sizeMax,
+               const std::atomic<bool>& isEnded) {
     std::minstd_rand random(static_cast<unsigned>(std::hash<std::string>()(name)));
     int number = 0;
     for (; number < count || !isEnded; ++number) {
         std::string message = name + "." + std::to_string(number) + ".";
-        const std::size_t size = kLineMin + random() % (kLineMax - kLineMin + 1);
+        const std::size_t size = kLineMin + random() % (sizeMax - kLineMin + 1);
         if (message.size() < size) message.append(size - message.size(), 'x');
         Logger::logMessage(LogClassification::Minutia, message);
         if (number >= count) std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -75,12 +75,12 @@ int writeLines(const std::string& name, int count, const std::atomic<bool>& isEn
     return number;
 }
 
-void write(const std::string& name, int count) {
+void write(const std::string& name, int count, std::size_t sizeMax) {
     serveUntilDone([&] {
         std::atomic<bool> isEnded = false;
         std::atomic<int> lines = 0;
-        std::thread first([&] { lines += writeLines(name + ".1", count, isEnded); });
-        std::thread second([&] { lines += writeLines(name + ".2", count, isEnded); });
+        std::thread first([&] { lines += writeLines(name + ".1", count, sizeMax, isEnded); });
+        std::thread second([&] { lines += writeLines(name + ".2", count, sizeMax, isEnded); });
         while (std::cin.get() != std::istream::traits_type::eof()) {
         }
         isEnded = true;
@@ -149,8 +149,8 @@ int run(const std::vector<std::string>& words) {
     }
     const LoggerPtr installed = Logger::defaultLogger();
     say("ready");
-    if (verb == "write" && words.size() == 4) {
-        write(words[2], std::atoi(words[3].c_str()));
+    if (verb == "write" && words.size() == 5) {
+        write(words[2], std::atoi(words[3].c_str()), std::stoul(words[4]));
     } else if (verb == "rotate" && words.size() == 3) {
         rotate(words[2]);
     } else if (verb == "listen") {
