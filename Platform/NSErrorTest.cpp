@@ -100,6 +100,40 @@ NSErrorPtr nested(int levels) {
 TEST(NSErrorTest, ErrorsNestedBeyondReasonAreComparedInGoodTime) {
     EXPECT_TRUE(nested(4)->isEqual(*nested(4)));
     EXPECT_FALSE(nested(60)->isEqual(*nested(60)));
+    EXPECT_TRUE(nested(4)->isEqual(*nested(4)));
+}
+
+// So many errors, one below the other.
+NSErrorPtr chainOf(int length) {
+    NSErrorPtr error = makeError("test", 0);
+    for (int i = 1; i < length; ++i)
+        error = makeError("test", 0, Dictionary{{NSUnderlyingErrorKey, error}});
+    return error;
+}
+
+TEST(NSErrorTest, ErrorsAreComparedToACertainDepth) {
+    EXPECT_TRUE(chainOf(32)->isEqual(*chainOf(32)));
+    EXPECT_FALSE(chainOf(33)->isEqual(*chainOf(33)));
+    const NSErrorPtr same = chainOf(33);
+    EXPECT_TRUE(same->isEqual(*same));
+}
+
+TEST(NSErrorTest, OnlySoManyErrorsAreCompared) {
+    const auto withMany = [](int number) {
+        ValueArray many;
+        for (int i = 0; i < number; ++i)
+            many.emplace_back(makeError("test", i));
+        return makeError("test", 0, Dictionary{{"many", many}});
+    };
+
+    EXPECT_TRUE(withMany(9'999)->isEqual(*withMany(9'999)));
+    EXPECT_FALSE(withMany(10'000)->isEqual(*withMany(10'000)));
+}
+
+TEST(NSErrorTest, WhatIsTooDeepToBeDescribedIsHintedAt) {
+    const std::string text = chainOf(40)->description();
+
+    EXPECT_NE(text.find("\"test error 0\" UserInfo={...}}"), std::string::npos) << text;
 }
 
 TEST(NSErrorTest, ErrorsNestedBeyondReasonAreDescribedInGoodTime) {

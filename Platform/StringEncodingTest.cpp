@@ -118,6 +118,7 @@ TEST(StringEncodingTest, ALoneSurrogateDecodesNothing) {
     EXPECT_EQ(text(std::string_view("\xD8\x3D\0a", 4), 10), "nothing");
     EXPECT_EQ(text(std::string_view("\xDE\x00\xD8\x3D", 4), 10), "nothing");
     EXPECT_EQ(text(std::string_view("\xD8\x3D\xD8\x3D", 4), 10), "nothing");
+    EXPECT_EQ(text(std::string_view("\xD8\x3D\xE0\x00", 4), 10), "nothing");
 }
 
 }  // namespace
