@@ -459,6 +459,27 @@ TEST_F(KTVolumeMarksTest, AReadOnlyViewOfAVolumeIsTheVolumeWithItsOwnMarksAndPla
     EXPECT_EQ(KTFileInfo::infoForPath(view + "/file")->volumeRelativePath(), "file");
 }
 
+// As containers do with single files of the machine.
+TEST_F(KTVolumeMarksTest, AFileThatIsSeenThroughAMountIsAVolumeWithoutARoot) {
+    const std::string place = mounts_.mountMemory("mount");
+    const std::string file = mounts_.write("mount/file", "hello");
+    const std::string view = mounts_.write("view");
+    mounts_.bind(file, view, MS_RDONLY);
+
+    const auto volume = KTVolumeInfo::volumeInfoForPath(view);
+    const auto item = KTFileInfo::infoForPath(view)->asRegularFile();
+
+    EXPECT_EQ(volume->path(), view);
+    EXPECT_TRUE(volume->isEqual(*KTVolumeInfo::volumeInfoForPath(place)));
+    EXPECT_FALSE(volume->isWritable());
+    EXPECT_EQ(volume->totalBytes(), 1 << 20);
+    EXPECT_TRUE(volume->hasHardLinks());
+    EXPECT_EQ(volume->rootDirectory(), nullptr);
+    EXPECT_EQ(volume->dataVolumeInfo(), nullptr);
+    EXPECT_EQ(item->dataLength(), 5);
+    EXPECT_EQ(item->volumeRelativePath(), "");
+}
+
 TEST_F(KTVolumeMarksTest, AVolumeThatBecomesReadOnlySaysSoAfterAReload) {
     const auto volume = KTVolumeInfo::volumeInfoForPath(mounts_.mountMemory("mount"));
     TestMounts::makeReadOnly(volume->path());
