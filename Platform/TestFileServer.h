@@ -71,6 +71,9 @@ public:
     // From now on listings say that every entry is of this type, a number of readdir().
     void listAs(unsigned char type) { listedType_ = type; }
 
+    // From now on so many blocks of 4 KiB of the 1,000, of which 600 are free, are for everybody.
+    void makeAvailable(std::uint64_t blocks) { available_ = blocks; }
+
     // Waits until a request has come that was not answered.
     void waitForUnanswered() const { hasUnanswered_.wait(false); }
 
@@ -176,6 +179,7 @@ private:
     std::atomic<std::uint32_t> failing_ = kAny;
     std::atomic<std::int32_t> error_ = 0;
     std::atomic<int> timesLeft_ = 0;
+    std::atomic<std::uint64_t> available_ = 500;
     std::atomic<int> listedType_ = -1;  // negative: as they are
     std::atomic<bool> hasUnanswered_ = false;
     std::thread thread_;
@@ -237,7 +241,7 @@ inline void TestFileServer::handle(const RequestHeader& header, const char* cont
         case kStatFs:
             return answer(header, Figures{.blocks = 1000,
                                           .free = 600,
-                                          .available = 500,
+                                          .available = available_,
                                           .files = 3,
                                           .blockSize = 4096,
                                           .nameMax = 255,

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <future>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <ostream>
@@ -393,6 +394,28 @@ TEST_F(KTServedVolumeTest, WhatCannotBeReloadedStaysAndIsLogged) {
         << all;
     server_.fail(0);
     EXPECT_NE(volume->nsAttributes(), std::nullopt);
+}
+
+TEST_F(KTServedVolumeTest, WhatIsAvailableIsWhatIsFreeWhereNothingIsSaidToBe) {
+    const auto volume = KTVolumeInfo::volumeInfoForPath(server_.path());
+    server_.makeAvailable(0);
+    EXPECT_EQ(volume->availableBytes(), 500 * 4096);
+
+    volume->reloadSizes();
+
+    EXPECT_EQ(volume->availableBytes(), 600 * 4096);
+    EXPECT_EQ(volume->freeBytes(), 600 * 4096);
+}
+
+TEST_F(KTServedVolumeTest, ItsLargestFileHasNoSizeWhileItCannotBeTold) {
+    const auto volume = KTVolumeInfo::volumeInfoForPath(server_.path());
+    EXPECT_EQ(volume->maxFileSize(), std::numeric_limits<std::int64_t>::max());
+
+    server_.fail(ESTALE);
+    EXPECT_EQ(volume->maxFileSize(), 0);
+
+    server_.fail(0);
+    EXPECT_EQ(volume->maxFileSize(), std::numeric_limits<std::int64_t>::max());
 }
 
 TEST_F(KTServedVolumeTest, ItsRootRaisesWhileItFailsAndIsFoundAfterwards) {
