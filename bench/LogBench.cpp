@@ -7,6 +7,7 @@
 // Lines and dumps are measured in many short rounds, of which the quickest of each side counts;
 // preferences by the median of the ratios.
 #include <fcntl.h>
+#include <sched.h>
 #include <spdlog/sinks/basic_file_sink.h>
 #include <spdlog/spdlog.h>
 #include <sys/stat.h>
@@ -15,7 +16,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -25,6 +25,7 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -38,13 +39,14 @@
 
 namespace {
 
-std::atomic<std::uint64_t> allocations = 0;
+// Each thread's own: one count for all would cost every line what it is there to measure.
+constinit thread_local std::uint64_t allocations = 0;
 
 }  // namespace
 
 // Not inlined: the compiler would take them for each other's mismatch.
 [[gnu::noinline]] void* operator new(std::size_t size) {
-    allocations.fetch_add(1, std::memory_order_relaxed);
+    ++allocations;
     if (void* const memory = std::malloc(size)) return memory;
     throw std::bad_alloc();
 }
@@ -66,6 +68,9 @@ constexpr int kSamples = 20'000;
 constexpr int kShortRounds = 5;  // In place of one: some of them are left alone by the machine.
 constexpr std::size_t kDumpBytes = std::size_t{1} << 20;
 constexpr std::size_t kRowBytes = 64;
+
+// How the measures end of which the opposite is shown too.
+constexpr std::string_view kPerLine = ", per line";
 
 std::string folder;
 
@@ -137,15 +142,35 @@ double oneThread(const std::function<void()>& write) {
         kLines);
 }
 
+// On a processor of its own for as long as this lives: on a busy machine two threads would else run
+// one after the other on the same, and never meet.
+class Pinned {
+public:
+    explicit Pinned(std::size_t processor) {
+        ::sched_getaffinity(0, sizeof before_, &before_);
+        cpu_set_t one;
+        CPU_ZERO(&one);
+        CPU_SET(processor, &one);
+        ::sched_setaffinity(0, sizeof one, &one);
+    }
+    Pinned(const Pinned&) = delete;
+    Pinned& operator=(const Pinned&) = delete;
+    ~Pinned() { ::sched_setaffinity(0, sizeof before_, &before_); }
+
+private:
+    cpu_set_t before_{};
+};
+
 double twoThreads(const std::function<void()>& write) {
-    const auto half = [&] {
+    const auto half = [&](std::size_t processor) {
+        const Pinned pinned(processor);
         for (int line = 0; line < kLines / 2; ++line)
             write();
     };
     return nanosecondsOf(
         [&] {
-            std::thread other(half);
-            half();
+            std::thread other(half, 1);
+            half(0);
             other.join();
         },
         kLines);
@@ -199,9 +224,14 @@ void measureLines(int rounds) {
                 if (::truncate((folder + name).c_str(), 0) != 0) std::perror("truncate");
             return figure;
         };
-        print(compareLeast(
+        const Row row = compareLeast(
             measure, "ns", target, rounds * kShortRounds, [&] { return clean(ours); },
-            [&] { return clean(peer); }));
+            [&] { return clean(peer); });
+        print(row);
+        if (!row.measure.ends_with(kPerLine)) return;
+        const std::string several = row.measure.substr(0, row.measure.size() - kPerLine.size());
+        print({several + ", lines per second", "/s", 1e9 / row.ours, 1e9 / row.raw,
+               row.raw / row.ours, ""});
     };
 
     printHead("log line", "bare writev");

@@ -1,10 +1,10 @@
-// A file of lines that any thread appends to without a lock, and that can be exchanged for another,
-// or closed, under those that write.
+// A file of lines that any thread appends to, and that can be exchanged for another, or closed,
+// under those that write.
 //
-// The kernel orders what is appended, so threads need not wait for each other here. What they do
-// need is a descriptor that leads to the right file: it keeps its number from the first opening to
-// the end of this object, and changes hands within the kernel. A line that comes meanwhile goes to
-// the file before or to the one after, never into a file of somebody else's that got the number.
+// The kernel orders what processes append. Threads of one process take turns here all the same: two
+// that meet in the kernel hinder each other more than one that sleeps for the length of a write,
+// and nobody's descriptor is closed, and given to a file of somebody else's, while a line is on its
+// way to it.
 //
 // Keeps lines whole when the disk is full: the rest of a line that is cut short is not written
 // later, and the next line begins where a line begins. On any thread; raises nothing.
@@ -13,12 +13,10 @@
 #include <sys/types.h>
 #include <sys/uio.h>
 
-#include <atomic>
-#include <mutex>
-#include <span>
 #include <string>
 #include <string_view>
 
+#include "Common/Source/Utilities/SpinLock.h"
 #include "Platform/UniqueFd.h"
 
 namespace sevrin {
@@ -31,7 +29,7 @@ public:
     AppendedFile& operator=(const AppendedFile&) = delete;
     ~AppendedFile();
 
-    [[nodiscard]] bool isOpen() const noexcept { return fileRef_.load() >= 0; }
+    [[nodiscard]] bool isOpen() noexcept;
 
     // Goes on in the file of `next`, an open descriptor for appending. Gives the error number with
     // which closing the file before has failed, 0 when it has not: EBADF when its descriptor was
@@ -60,21 +58,21 @@ private:
         ino_t inode = 0;
         friend bool operator==(const Identity&, const Identity&) = default;
     };
+    struct File {
+        int fileRef = -1;
+        Identity identity;
+        bool isTorn = false;  // The last line has no line feed.
+    };
 
     static Identity identityOf(int descriptor) noexcept;
     static bool isTornFile(const Identity& file) noexcept;
-    [[nodiscard]] bool isStillOurs() const noexcept;
-    [[nodiscard]] int exchange(platform::UniqueFd next, bool wasOpen) noexcept;
-    [[nodiscard]] int appendAfterTornLine(std::span<const iovec> pieces) noexcept;
-    [[nodiscard]] ssize_t write(std::span<const iovec> pieces) const noexcept;
+    static int closeFile(const File& file) noexcept;
+    [[nodiscard]] int install(const File& next) noexcept;
+    [[nodiscard]] File current() noexcept;
     void setTorn(bool isTorn) noexcept;
 
-    std::atomic<int> fileRef_ = -1;     // What lines are written to; -1 without a file.
-    std::atomic<bool> isTorn_ = false;  // The last line has no line feed.
-
-    std::mutex lineLock_;  // Guards what follows; and the lines that come after a torn one.
-    int number_ = -1;      // The descriptor, which leads to nothing while there is no file.
-    Identity identity_;    // Of what it leads to.
+    SpinLock lineLock_;  // One line at a time; guards the file.
+    File file_;
 };
 
 }  // namespace sevrin

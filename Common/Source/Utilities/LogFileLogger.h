@@ -10,9 +10,8 @@
 // look at its name. What goes wrong is said on the console, never in the log; then the default
 // logger is released, and the next message chooses one afresh.
 //
-// Any thread may use it; rotation notifications come on the main queue. Lines of several threads
-// need no lock, for the kernel orders what is appended. One that is written while the file is
-// reopened goes to the old file or to the new one.
+// Any thread may use it; rotation notifications come on the main queue. A line that is written
+// while the file is reopened goes to the old file or to the new one.
 #pragma once
 
 #include <atomic>

@@ -42,8 +42,11 @@ LogLineIdentifierPtr Logger::writeInLineFormatArgs(
 LogLineIdentifierPtr Logger::beginLine(LogClassification classification,
                                        const LogLineIdentifierPtr& line) {
     const LogLineIdentifierPtr& enclosing = line ? line : rootLogLine();
+    // Threads that log in the same line pass its memory between them: it is got to write first, so
+    // that it need not be got twice.
+    LogLineIdentifierPtr newLine = LogLineIdentifier::next(enclosing);
     enclosing->addClassification(classification);
-    return LogLineIdentifier::next(enclosing);
+    return newLine;
 }
 
 void Logger::finishLine(LogClassification classification, const LogLineIdentifier& newLine,
