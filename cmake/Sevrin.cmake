@@ -63,8 +63,9 @@ function(sevrin_folder_sources variable)
 endfunction()
 
 # sevrin_folder_tests(<target> <library>... [FOLDERS <subfolder>...]): one test program from every *Test.cpp of the
-# folder and of the subfolders named. Each test is registered by itself, so that CTest runs them side by side. Programs
-# that may log do so in a home folder of their own.
+# folder and of the subfolders named. Each test is registered by itself, so that CTest runs them side by side; those of
+# *SlowTest.cpp, whose suites are called so too, have the label "slow". Programs that may log do so in a home folder of
+# their own.
 function(sevrin_folder_tests target)
   if(NOT SEVRIN_TESTS)
     return()
@@ -86,5 +87,8 @@ function(sevrin_folder_tests target)
   add_executable(${target} ${tests})
   target_link_libraries(${target} PRIVATE ${given_UNPARSED_ARGUMENTS} GTest::gtest GTest::gmock GTest::gtest_main)
   set_target_properties(${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
-  gtest_discover_tests(${target} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 180)
+  gtest_discover_tests(${target} DISCOVERY_TIMEOUT 60 TEST_FILTER "-*SlowTest.*" PROPERTIES TIMEOUT 180)
+  if(tests MATCHES "SlowTest\\.cpp")
+    gtest_discover_tests(${target} DISCOVERY_TIMEOUT 60 TEST_FILTER "*SlowTest.*" PROPERTIES TIMEOUT 600 LABELS slow)
+  endif()
 endfunction()

@@ -30,4 +30,13 @@ int readRequest(const attrlist* list, std::uint64_t options, AttributeRequest& r
     return 0;
 }
 
+int readBulkRequest(const attrlist* list, std::uint64_t options,
+                    AttributeRequest& request) noexcept {
+    constexpr attrgroup_t kRequired = ATTR_CMN_NAME | ATTR_CMN_RETURNED_ATTRS;
+    if (const int error = readRequest(list, options, request); error != 0) return error;
+    const bool isForEntries =
+        (request.wanted.commonattr & kRequired) == kRequired && request.wanted.volattr == 0;
+    return isForEntries ? 0 : EINVAL;
+}
+
 }  // namespace sevrin::platform

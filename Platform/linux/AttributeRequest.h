@@ -28,6 +28,11 @@ struct AttributeRequest {
 [[nodiscard]] int readRequest(const attrlist* list, std::uint64_t options,
                               AttributeRequest& request) noexcept;
 
+// The same for what getattrlistbulk() takes: names and the returned set must be asked for, and
+// nothing of volumes.
+[[nodiscard]] int readBulkRequest(const attrlist* list, std::uint64_t options,
+                                  AttributeRequest& request) noexcept;
+
 // The set with the bits of both.
 [[nodiscard]] inline attribute_set_t common(const attribute_set_t& a,
                                             const attribute_set_t& b) noexcept {

@@ -31,6 +31,7 @@ KTDirectoryPtr KTDirectory::directoryWithPath(std::string_view path) {
 
 KTDirectory::~KTDirectory() {
     if (const KTPathPtr path = madePathObject()) path->withdrawDirectoryInfo(weak_from_this());
+    release(std::move(firstObject_));
 }
 
 KTDirectoryPtr KTDirectory::self() const {
@@ -97,8 +98,47 @@ bool KTDirectory::isPackage() const {
     return value != nullptr && *value == Value(true);
 }
 
-// Counting entries means reading a directory, so readers of whole directories leave it out of what
-// they tell of subdirectories.
+namespace {
+
+#pragma pack(push, 4)
+
+// The answer about a directory of which everything is asked but how many entries it has.
+struct AttributesWithoutCount {
+    std::uint32_t length;
+    attribute_set_t returned;
+    KTFileSystemObjAttrsBuffer common;
+    std::uint32_t linkCount;
+    std::uint32_t mountStatus;
+};
+
+// The same as the platform packs it when nothing is left out.
+struct AllAttributes {
+    KTFileSystemObjAttrsBuffer common;
+    KTDirectoryAttrsBuffer directory;
+};
+
+#pragma pack(pop)
+
+}  // namespace
+
+// Counting entries means reading the directory, however many there are: that is left to those who
+// ask for the count. The readers of whole directories leave it out for the same reason.
+void KTDirectory::getCommonAttrs() const {
+    attrlist list{};
+    list.bitmapcount = platform::ATTR_BIT_MAP_COUNT;
+    static_cast<void>(prepareAttrRequest(list));
+    list.commonattr |= platform::ATTR_CMN_RETURNED_ATTRS;
+    list.dirattr &= ~platform::ATTR_DIR_ENTRYCOUNT;
+    AttributesWithoutCount answer{};
+    constexpr auto kOptions = platform::FSOPT_NOFOLLOW | platform::FSOPT_PACK_INVAL_ATTRS;
+    if (platform::getattrlist(cPath(), &list, &answer, sizeof answer, kOptions) != 0) {
+        SVException::ioErrnoWithReason("failed to get attributes").setFileInfo(*this).raise();
+    }
+    const AllAttributes all{answer.common, {answer.linkCount, 0, answer.mountStatus}};
+    parseAttrsSet(reinterpret_cast<const std::byte*>(&all), &answer.returned);
+    setMark(kHasAttributes);
+}
+
 void KTDirectory::askForEntryCount() const {
     struct Answer {
         std::uint32_t length;

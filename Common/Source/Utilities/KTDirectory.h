@@ -187,6 +187,7 @@ protected:
     std::size_t prepareAttrRequest(platform::attrlist& list) const override;
     const std::byte* parseAttrsSet(const std::byte* data,
                                    const platform::attribute_set_t* returned) const override;
+    void getCommonAttrs() const override;
 
 private:
     static constexpr std::uint16_t kContentsRead = 0x0004;  // under listLock_

@@ -38,11 +38,14 @@ Reader bestReaderOf(const KTDirectory& directory) {
 }  // namespace
 
 void KTDirectory::setList(KTFileInfoPtr head, bool isRead) {
-    // What was there ends outside of the lock.
-    const std::lock_guard guard(listLock_);
-    std::swap(firstObject_, head);
-    clearMark(kContentsRead | kSortedByName);
-    if (isRead) setMark(kContentsRead);
+    if (head) expectRelease();
+    {
+        const std::lock_guard guard(listLock_);
+        std::swap(firstObject_, head);
+        clearMark(kContentsRead | kSortedByName);
+        if (isRead) setMark(kContentsRead);
+    }
+    release(std::move(head));
 }
 
 void KTDirectory::lazyDirectoryRead() {

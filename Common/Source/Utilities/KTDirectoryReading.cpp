@@ -13,6 +13,9 @@
 #include <string_view>
 #include <utility>
 
+#include "Common/Source/Utilities/KTDirectory.h"
+#include "Common/Source/Utilities/KTItemAllocator.h"
+#include "Common/Source/Utilities/KTSymbolicLink.h"
 #include "Common/Source/Utilities/SVException.h"
 #include "Platform/UniqueFd.h"
 
@@ -55,20 +58,42 @@ std::uint32_t lengthOf(const std::byte* entry) {
     return length;
 }
 
+// What follows the length of a record and the set of what was returned.
+constexpr std::size_t kBulkContent = sizeof(std::uint32_t) + sizeof(attribute_set_t);
+
+std::size_t sizeOfItem(std::uint32_t type) {
+    if (type == platform::VDIR) return sizeof(KTDirectory);
+    return type == platform::VLNK ? sizeof(KTSymbolicLink) : sizeof(KTRegularFile);
+}
+
+// The memory that the items of the buffer's entries take.
+std::size_t roomForEntries(std::uint32_t count, std::size_t contentOffset) {
+    std::size_t room = 0;
+    const std::byte* entry = theBuffer.data();
+    for (std::uint32_t i = 0; i < count; ++i) {
+        const KTBatchEntryName name = nameOfBatchEntry(entry + contentOffset);
+        room += KTItemChunk::roomFor(sizeOfItem(name.objectType), name.name.size());
+        entry += lengthOf(entry);
+    }
+    return room;
+}
+
 // The entries of a full buffer, each with the set of what was returned for it.
 void addBulkEntries(int count, const KTPathPtr& path, KTDirectoryContents& contents) {
+    const KTItemChunk chunk(roomForEntries(static_cast<std::uint32_t>(count), kBulkContent));
     const std::byte* entry = theBuffer.data();
     for (int i = 0; i < count; ++i) {
         attribute_set_t returned;
         std::memcpy(&returned, entry + sizeof(std::uint32_t), sizeof returned);
-        contents.add(KTFileInfo::initWithBatchAttrSetParentPath(
-            entry + sizeof(std::uint32_t) + sizeof returned, &returned, path));
+        contents.add(
+            KTFileInfo::initWithBatchAttrSetParentPath(entry + kBulkContent, &returned, path));
         entry += lengthOf(entry);
     }
 }
 
 void addAttributeEntries(std::uint32_t count, const KTPathPtr& path,
                          KTDirectoryContents& contents) {
+    const KTItemChunk chunk(roomForEntries(count, sizeof(std::uint32_t)));
     const std::byte* entry = theBuffer.data();
     for (std::uint32_t i = 0; i < count; ++i) {
         contents.add(KTFileInfo::initWithBatchAttrSetParentPath(entry + sizeof(std::uint32_t),
@@ -109,11 +134,10 @@ bool readDirectoryInBulk(const KTPathPtr& path, KTDirectoryContents& contents) {
     if (!directory) return false;
     attrlist list = entryAttributes();
     list.commonattr |= platform::ATTR_CMN_RETURNED_ATTRS;
+    platform::BulkReading reading(directory.get(), list, platform::FSOPT_PACK_INVAL_ATTRS);
     bool hasFailed = false;
     for (;;) {
-        const int count =
-            theCalls.getattrlistbulk(directory.get(), &list, theBuffer.data(), theBuffer.size(),
-                                     platform::FSOPT_PACK_INVAL_ATTRS);
+        const int count = theCalls.getattrlistbulk(reading, theBuffer.data(), theBuffer.size());
         if (count == 0) return true;
         if (count > 0) {
             addBulkEntries(count, path, contents);

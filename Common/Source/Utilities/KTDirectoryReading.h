@@ -11,6 +11,7 @@
 
 #include "Common/Source/Utilities/KTListing.h"
 #include "Platform/AttributeList.h"
+#include "Platform/BulkReading.h"
 
 namespace sevrin {
 
@@ -33,10 +34,14 @@ struct KTDirectoryContents {
 // By readdir(): names and types; the attributes are fetched item by item, later.
 [[nodiscard]] bool readDirectoryPlainly(const KTPathPtr& path, KTDirectoryContents& contents);
 
+[[nodiscard]] inline int nextRecords(platform::BulkReading& reading, void* buffer,
+                                     std::size_t size) {
+    return reading.next(buffer, size);
+}
+
 // What the first two call.
 struct KTDirectoryCalls {
-    int (*getattrlistbulk)(int, const platform::attrlist*, void*, std::size_t,
-                           std::uint64_t) = &platform::getattrlistbulk;
+    int (*getattrlistbulk)(platform::BulkReading&, void*, std::size_t) = &nextRecords;
     int (*getdirentriesattr)(int, const platform::attrlist*, void*, std::size_t, std::uint32_t*,
                              std::uint32_t*, std::uint32_t*,
                              std::uint32_t) = &platform::getdirentriesattr;

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "Common/Source/Utilities/KTDirectory.h"
+#include "Common/Source/Utilities/KTRegularFile.h"
 #include "Common/Source/Utilities/KTVolumeInfo.h"
 #include "Common/Source/Utilities/SVException.h"
 #include "Platform/DirectoryReader.h"
@@ -46,14 +47,13 @@ protected:
     }
 };
 
-int failingBulk(int fd, const attrlist* list, void* buffer, std::size_t size,
-                std::uint64_t options) {
+int failingBulk(platform::BulkReading& reading, void* buffer, std::size_t size) {
     const auto call = static_cast<std::size_t>(callsMade++);
     if (call < errorsToGive.size() && errorsToGive[call] != 0) {
         errno = errorsToGive[call];
         return -1;
     }
-    return platform::getattrlistbulk(fd, list, buffer, size, options);
+    return reading.next(buffer, size);
 }
 
 int failingAttributes(int, const attrlist*, void*, std::size_t, std::uint32_t*, std::uint32_t*,
@@ -211,6 +211,51 @@ TEST_F(KTDirectoryReadingTest, AVeryLargeDirectoryIsListedSortedAndReleased) {
     }
     waitForEndOf(last);
     EXPECT_TRUE(last.expired());
+}
+
+// Everything that the list says of its items, in its order.
+std::string describe(KTDirectory& directory) {
+    std::string text;
+    for (const KTFileInfoPtr& item : directory) {
+        text.append(item->name() + " " + std::to_string(item->type()));
+        text.append(" " + std::to_string(item->localIdentifier()));
+        text.append(" " + std::to_string(item->linkCount()));
+        text.append(" " + std::to_string(item->effectiveAccess()));
+        text.append(" " + std::to_string(item->modifiedTimeSpec().tv_nsec));
+        if (const auto file = item->asRegularFile())
+            text.append(" " + std::to_string(file->logicalSize()));
+        text.append("\n");
+    }
+    return text;
+}
+
+TEST_F(KTDirectoryReadingTest, ALargeDirectoryHasTheItemsOfThePlainReaderInItsOrder) {
+    // So many that the bulk reader has help where there are two processors.
+    constexpr int kEntries = 6000;
+    const TestFolder folder;
+    for (int i = 0; i < kEntries; ++i) {
+        const std::string name = "entry " + std::to_string(i);
+        switch (i % 10) {
+            case 0:
+                folder.makeFolder(name);
+                break;
+            case 1:
+                folder.makeLink("entry 2", name);
+                break;
+            default:
+                folder.write(name, std::string(static_cast<std::size_t>(i % 7), 'x'));
+                break;
+        }
+    }
+    std::string expected;
+    {
+        const DirectoryReaderOverride reader(DirectoryReader::Plain);
+        expected = describe(*KTDirectory::directoryWithPath(folder.path()));
+    }
+    const auto directory = KTDirectory::directoryWithPath(folder.path());
+
+    EXPECT_TRUE(describe(*directory) == expected);
+    EXPECT_EQ(directory->count(), static_cast<std::uint64_t>(kEntries));
 }
 
 TEST_F(KTDirectoryReadingTest, AnItemThatIsKeptKeepsTheRestOfTheListing) {

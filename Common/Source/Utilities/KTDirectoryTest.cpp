@@ -2,6 +2,7 @@
 // subdirectories. Readers that fail, and many threads, are next door.
 #include "Common/Source/Utilities/KTDirectory.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -275,6 +276,23 @@ TEST(KTDirectoryTest, AfterAFlushTheCountIsThatOfTheEntriesAgain) {
     directory->flushDirectoryContents();
 
     EXPECT_EQ(directory->count(), 2U);
+}
+
+TEST(KTDirectoryTest, ItsAttributesAreToldWithoutReadingIt) {
+    const TestFolder folder;
+    folder.write("a");
+    // Reading a directory sets its time of access when that is before the last change.
+    const timespec times[] = {{1, 0}, {0, UTIME_NOW}};
+    ASSERT_EQ(::utimensat(AT_FDCWD, folder.path().c_str(), times, 0), 0);
+    const auto directory = KTDirectory::directoryWithPath(folder.path());
+
+    EXPECT_EQ(directory->linkCount(), folder.attributes(".").st_nlink);
+    EXPECT_FALSE(directory->isMountPoint());
+    const auto before = folder.attributes(".").st_atim.tv_sec;
+    EXPECT_EQ(directory->count(), 1U);
+
+    EXPECT_EQ(before, 1);
+    if (folder.attributes(".").st_atim.tv_sec == 1) GTEST_SKIP() << "no times of access are kept";
 }
 
 TEST(KTDirectoryTest, ALongPathIsListedWhole) {

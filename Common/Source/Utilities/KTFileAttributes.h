@@ -8,6 +8,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <string_view>
 
 #include "Platform/ACL.h"
 #include "Platform/AttributeList.h"
@@ -107,5 +109,28 @@ struct KTBatchAttrsContent {
 static_assert(sizeof(KTFileSystemObjAttrsBuffer) == 88);
 static_assert(sizeof(KTDirectoryAttrsBuffer) == 12);
 static_assert(sizeof(KTRegularFileAttrsBuffer) == 28);
+
+// One field of such a record. Copying the record as a whole first would cost more than all the
+// rest: the processor waits where what it reads was written in other pieces.
+template <typename Field>
+[[nodiscard]] Field packedField(const std::byte* record, std::size_t offset) {
+    Field field;
+    std::memcpy(&field, record + offset, sizeof field);
+    return field;
+}
+
+// What decides about the item of an entry, taken from its KTBatchAttrsContent.
+struct KTBatchEntryName {
+    std::string_view name;  // where it lies in the record
+    std::uint32_t objectType;
+};
+
+[[nodiscard]] inline KTBatchEntryName nameOfBatchEntry(const std::byte* content) {
+    const auto name = packedField<platform::attrreference_t>(content, 0);
+    constexpr std::size_t kType =
+        offsetof(KTBatchAttrsContent, common) + offsetof(KTFileSystemObjAttrsBuffer, objectType);
+    return {{reinterpret_cast<const char*>(content) + name.attr_dataoffset, name.attr_length - 1},
+            packedField<std::uint32_t>(content, kType)};
+}
 
 }  // namespace sevrin

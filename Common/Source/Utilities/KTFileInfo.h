@@ -47,7 +47,7 @@ class KTFileInfo : public KTAbstractFile, public std::enable_shared_from_this<KT
 protected:
     struct Passkey {};
 
-    // Room for a name in the block of an item (ItemAllocator.h).
+    // Room for a name in the block of an item (KTItemAllocator.h).
     struct NameRoom;
 
     // What an item is made of: its kind, and its own path, or the path of its directory and its
@@ -282,6 +282,12 @@ protected:
         if ((flags_.load(std::memory_order_relaxed) & kHasAttributes) == 0) getCommonAttrs();
     }
 
+    // Ends an item, and all that follow it and that nobody else keeps, in the background.
+    static void release(KTFileInfoPtr first);
+
+    // For who makes a list: its release will cost next to nothing on the thread that lets it go.
+    static void expectRelease() noexcept;
+
     // The marks. The words of the directory are its own: 0x0004 and 0x0008.
     static constexpr std::uint16_t kHasAttributes = 0x0001;  // under attrLock_
     static constexpr std::uint16_t kHasACL = 0x0002;         // under attrLock_
@@ -292,6 +298,11 @@ protected:
         return (flags_.load(std::memory_order_acquire) & mark) != 0;
     }
     void setMark(std::uint16_t mark) const noexcept { flags_.fetch_or(mark); }
+    // For an item that nobody else has seen: there are millions of them.
+    void setMarkOfNew(std::uint16_t mark) const noexcept {
+        flags_.store(static_cast<std::uint16_t>(flags_.load(std::memory_order_relaxed) | mark),
+                     std::memory_order_relaxed);
+    }
     void clearMark(std::uint16_t mark) const noexcept {
         flags_.fetch_and(static_cast<std::uint16_t>(~mark));
     }

@@ -28,22 +28,26 @@ std::size_t KTFileInfo::prepareAttrRequest(attrlist& list) const {
 
 const std::byte* KTFileInfo::parseAttrsSet(const std::byte* data, const attribute_set_t*) const {
     constexpr std::uint32_t kPermissions = 0xFFF;
-    KTFileSystemObjAttrsBuffer packed;
-    std::memcpy(&packed, data, sizeof packed);
-    attrs_ = {.modifiedAttrs = 0,
-              .script = packed.script,
-              .created = packed.created,
-              .modified = packed.modified,
-              .attributeChanged = packed.attributeChanged,
-              .ownerID = packed.ownerID,
-              .groupID = packed.groupID,
-              .fileFlags = packed.flags,
-              .access = static_cast<std::uint16_t>(packed.accessMask & kPermissions),
-              .effectiveAccess = static_cast<std::uint16_t>(packed.userAccess),
-              .acl = nullptr,
-              .localIdentifier = packed.fileID,
-              .deviceID = packed.device};
-    return data + sizeof packed;
+    using Packed = KTFileSystemObjAttrsBuffer;
+    const auto number = [&](std::size_t offset) {
+        return packedField<std::uint32_t>(data, offset);
+    };
+    const auto time = [&](std::size_t offset) { return packedField<timespec>(data, offset); };
+    attrs_ = {
+        .modifiedAttrs = 0,
+        .script = number(offsetof(Packed, script)),
+        .created = time(offsetof(Packed, created)),
+        .modified = time(offsetof(Packed, modified)),
+        .attributeChanged = time(offsetof(Packed, attributeChanged)),
+        .ownerID = number(offsetof(Packed, ownerID)),
+        .groupID = number(offsetof(Packed, groupID)),
+        .fileFlags = number(offsetof(Packed, flags)),
+        .access = static_cast<std::uint16_t>(number(offsetof(Packed, accessMask)) & kPermissions),
+        .effectiveAccess = static_cast<std::uint16_t>(number(offsetof(Packed, userAccess))),
+        .acl = nullptr,
+        .localIdentifier = packedField<std::uint64_t>(data, offsetof(Packed, fileID)),
+        .deviceID = packedField<std::int32_t>(data, offsetof(Packed, device))};
+    return data + sizeof(Packed);
 }
 
 void KTFileInfo::getCommonAttrs() const {
@@ -247,6 +251,7 @@ void KTFileInfo::setCommonAttributes(std::uint32_t bits) {
 }
 
 void KTFileInfo::releaseAttrs() const noexcept {
+    if (attrs_.acl == nullptr) return;
     platform::acl_free(attrs_.acl);
     attrs_.acl = nullptr;
 }

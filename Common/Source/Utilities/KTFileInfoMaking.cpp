@@ -85,7 +85,7 @@ KTFileInfo::KTFileInfo(Passkey, Origin origin)
       vtype_(static_cast<std::uint8_t>(std::min(origin.type, kTypeMax))),
       pathObj_(std::move(origin.path)) {
     SEVRIN_ASSERT(pathObj_ != nullptr, "an item has a path");
-    if (origin.name != nullptr) setMark(kPathIsParents);
+    if (origin.name != nullptr) setMarkOfNew(kPathIsParents);
 }
 
 template <typename Item>
@@ -162,17 +162,14 @@ KTFileInfoPtr KTFileInfo::initWithDirEntryParentPath(const dirent& entry, const 
 KTFileInfoPtr KTFileInfo::initWithBatchAttrSetParentPath(const std::byte* content,
                                                          const attribute_set_t* returned,
                                                          const KTPathPtr& parent) {
-    KTBatchAttrsContent entry;
-    std::memcpy(&entry, content, sizeof entry);
-    const auto* const name = reinterpret_cast<const char*>(content) + entry.name.attr_dataoffset;
-    const std::size_t length = entry.name.attr_length - 1;
-    KTFileInfoPtr item = makeEntry(entry.common.objectType, {name, length}, parent);
+    const KTBatchEntryName entry = nameOfBatchEntry(content);
+    KTFileInfoPtr item = makeEntry(entry.objectType, entry.name, parent);
     if (!item) return nullptr;
-    item->parseAttrsSet(content + sizeof entry.name, returned);
+    item->parseAttrsSet(content + offsetof(KTBatchAttrsContent, common), returned);
     // Where the attributes of an entry may not be seen there is nothing but its name, type and id;
     // whoever wants more shall hear why it cannot be had.
     if (returned == nullptr || (returned->commonattr & platform::ATTR_CMN_MODTIME) != 0) {
-        item->setMark(kHasAttributes);
+        item->setMarkOfNew(kHasAttributes);
     }
     return item;
 }

@@ -26,7 +26,7 @@ void KTListing::append(KTFileInfoPtr item) {
 
 void KTListing::restart() {
     tail_ = nullptr;
-    head_.reset();
+    KTFileInfo::release(std::move(head_));
 }
 
 // Marks every item, so that nobody follows a link that is being moved; answers how many there are.

@@ -1,7 +1,7 @@
 // Regular files: the group of file attributes behind the common ones.
 #include "Common/Source/Utilities/KTRegularFile.h"
 
-#include <cstring>
+#include <cstddef>
 #include <mutex>
 
 #include "Common/Source/Utilities/SVException.h"
@@ -40,13 +40,12 @@ std::size_t KTRegularFile::prepareAttrRequest(platform::attrlist& list) const {
 const std::byte* KTRegularFile::parseAttrsSet(const std::byte* data,
                                               const platform::attribute_set_t* returned) const {
     const std::byte* const own = KTFileInfo::parseAttrsSet(data, returned);
-    KTRegularFileAttrsBuffer packed;
-    std::memcpy(&packed, own, sizeof packed);
-    fileAttrs_ = {.linkCount = packed.linkCount,
-                  .logicalSize = packed.totalSize,
-                  .physicalSize = packed.allocatedSize,
-                  .dataLength = packed.dataLength};
-    return own + sizeof packed;
+    using Packed = KTRegularFileAttrsBuffer;
+    fileAttrs_ = {.linkCount = packedField<std::uint32_t>(own, offsetof(Packed, linkCount)),
+                  .logicalSize = packedField<std::int64_t>(own, offsetof(Packed, totalSize)),
+                  .physicalSize = packedField<std::int64_t>(own, offsetof(Packed, allocatedSize)),
+                  .dataLength = packedField<std::int64_t>(own, offsetof(Packed, dataLength))};
+    return own + sizeof(Packed);
 }
 
 template <typename Field>
