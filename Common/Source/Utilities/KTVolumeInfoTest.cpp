@@ -145,6 +145,7 @@ TEST(KTVolumeInfoTest, TheDictionaryIsKeptUntilEitherReload) {
 
     mounts.write("mount/a", std::string(100'000, 'x'));
     EXPECT_EQ(freeSize(), empty);
+    EXPECT_EQ(*volume->copy()->nsAttributes()->find(platform::NSFileSystemFreeSize), empty);
     volume->reloadSizes();
     const Value fuller = freeSize();
     EXPECT_NE(fuller, empty);
@@ -493,6 +494,21 @@ TEST(KTVolumeInfoTest, TheRootDirectoryKnowsItsVolumeAndSoDoesWhatIsBelow) {
     EXPECT_EQ(inner->volumeInfo(), volume);
     EXPECT_EQ(inner->volumeRelativePath(), "a/b");
     EXPECT_EQ(root->volumeRelativePath(), "");
+}
+
+TEST(KTVolumeInfoTest, ADirectoryThatIsToldItsVolumeLetsTheOneGoThatItKnew) {
+    const TestFolder folder;
+    const auto directory = KTDirectory::directoryWithPath(folder.path());
+    const std::weak_ptr<KTVolumeInfo> known = directory->volumeInfo();
+    EXPECT_FALSE(known.expired());
+    auto told = volumeOf("/proc");
+
+    directory->setVolumeInfo(told);
+
+    EXPECT_TRUE(known.expired());
+    EXPECT_EQ(directory->volumeInfo(), told);
+    told.reset();
+    EXPECT_TRUE(directory->volumeInfo()->isEqual(*volumeOf(folder.path())));
 }
 
 TEST(KTVolumeInfoTest, AVolumeEndsWithItsLastUserWhateverItsDirectoriesKnow) {
