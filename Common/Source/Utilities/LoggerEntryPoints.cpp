@@ -24,6 +24,18 @@ struct RememberedLines {
     std::map<std::string, LogLineIdentifierPtr, std::less<>> lines;
 };
 
+// The line that all others lie in. It is never destroyed, so that the pointers to it need not be
+// counted, which all threads would have to do in one place for every line: what everybody gets owns
+// nothing.
+struct RootLine {
+    const LogLineIdentifierPtr owned = [] {
+        rootLogLineIsMade = true;
+        return makeRootLogLine(applicationNumber, platform::NSDate::date(),
+                               static_cast<std::uint64_t>(::getpid()));
+    }();
+    const LogLineIdentifierPtr uncounted{LogLineIdentifierPtr(), owned.get()};
+};
+
 // Never destroyed: what ends with the program may log to the last.
 RememberedLines& rememberedLines() {
     static RememberedLines& theLines = *new RememberedLines;
@@ -89,16 +101,9 @@ void Logger::setApplicationNumber(std::uint32_t number) {
     applicationNumber = number;
 }
 
-// The line that everybody's pointer leads to is never destroyed, so these pointers need not be
-// counted: they own nothing, as if the line were no heap's.
 const LogLineIdentifierPtr& Logger::rootLogLine() {
-    static const LogLineIdentifierPtr& theLine = *[] {
-        rootLogLineIsMade = true;
-        const auto& made = *new LogLineIdentifierPtr(makeRootLogLine(
-            applicationNumber, platform::NSDate::date(), static_cast<std::uint64_t>(::getpid())));
-        return new LogLineIdentifierPtr(LogLineIdentifierPtr(), made.get());
-    }();
-    return theLine;
+    static const RootLine& theLine = *new RootLine;
+    return theLine.uncounted;
 }
 
 LogLineIdentifierPtr Logger::logLineForKey(std::string_view key) {
