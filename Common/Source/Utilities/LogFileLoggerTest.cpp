@@ -387,8 +387,9 @@ TEST_F(LogFileWatchTest, AClockThatIsSetBackDoesNotBlind) {
 // A home on a volume that is filled to the last byte and emptied again.
 TEST(LogFileFullDiskTest, LinesAreLostWhileTheDiskIsFullAndWholeOnesFollow) {
     platform::TestMounts mounts;
-    const TestLogFile log(mounts.mountMemory("disk"));
+    const std::string disk = mounts.mountMemory("disk");
     SEVRIN_SKIP_WITHOUT(mounts);
+    const TestLogFile log(disk);
     Logger::releaseDefaultLogger();
     const std::string filler = log.home() + "/filler";
     Logger::logMessage(LogClassification::Failure, "before");
