@@ -187,7 +187,7 @@ class LogVerbTest(ProgramTest):
         self.assertEqual(follower.line() + "\n", line("first"))
 
     def test_the_switchboard_can_be_watched_at_work(self):
-        follower = self.start_ctl("log", "--follow", "--json", "--program", "8")
+        follower = self.start_ctl("log", "--follow", "--lines", "1000", "--json", "--program", "8")
         service = self.start_switchboard()
         while json.loads(follower.line())["message"] != "started Switchboard-2.2.5.12":
             pass

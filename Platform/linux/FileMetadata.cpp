@@ -6,6 +6,7 @@
 #include <linux/limits.h>
 #include <linux/stat.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -13,11 +14,17 @@
 #include <cerrno>
 #include <cstring>
 #include <optional>
+#include <string>
 #include <string_view>
+
+#include "Platform/UniqueFd.h"
 
 namespace sevrin::platform {
 
 namespace {
+
+constexpr const char* kAccessList = "system.posix_acl_access";
+constexpr const char* kDefaultList = "system.posix_acl_default";
 
 // The attribute calls on an item that is not open take a path; this is one that no change to the
 // folders above leads elsewhere.
@@ -147,8 +154,17 @@ bool copyMetadata(const FileReference& source, const FileReference& target,
 }
 
 void removeInheritedACL(int fd) {
-    static_cast<void>(::fremovexattr(fd, "system.posix_acl_access"));
-    static_cast<void>(::fremovexattr(fd, "system.posix_acl_default"));
+    static_cast<void>(::fremovexattr(fd, kAccessList));
+    static_cast<void>(::fremovexattr(fd, kDefaultList));
+}
+
+bool removeInheritedRights(int folder, const char* name, mode_t mode) {
+    const UniqueFd made(::openat(folder, name, O_PATH | O_NOFOLLOW | O_DIRECTORY | O_CLOEXEC));
+    if (!made) return false;
+    const std::string path = "/proc/self/fd/" + std::to_string(made.get());
+    static_cast<void>(::removexattr(path.c_str(), kAccessList));
+    static_cast<void>(::removexattr(path.c_str(), kDefaultList));
+    return ::chmod(path.c_str(), mode) == 0;
 }
 
 }  // namespace sevrin::platform

@@ -33,4 +33,8 @@ enum class AttributeLoss {
 // copy are those of its source.
 void removeInheritedACL(int fd);
 
+// The same for a folder that was just made, and gives it the bits of `mode`: the list may have kept
+// even its owner out. Answers false, with errno, when that cannot be done.
+[[nodiscard]] bool removeInheritedRights(int folder, const char* name, mode_t mode);
+
 }  // namespace sevrin::platform

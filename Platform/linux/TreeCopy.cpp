@@ -164,9 +164,10 @@ private:
         }
         if (::mkdirat(targetFolder, targetName, kFolderMode) != 0) failAtTarget(targetName);
         noteMade(targetFolder, targetName);
+        if (levels_.empty() && !removeInheritedRights(targetFolder, targetName, kFolderMode))
+            failAtTarget(targetName);
         UniqueFd target(::openat(targetFolder, targetName, kOpen));
         if (!target) failAtTarget(targetName);
-        if (levels_.empty()) removeInheritedACL(target.get());
         if (!from_.descend(std::move(source)) || !to_.descend(std::move(target)))
             failAtTarget(targetName);
         levels_.push_back(std::move(level));

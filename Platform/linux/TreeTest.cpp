@@ -5,6 +5,7 @@
 #include <linux/fiemap.h>
 #include <linux/fs.h>
 #include <signal.h>
+#include <sys/fsuid.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/sysmacros.h>
@@ -116,6 +117,34 @@ TEST(TreeCopyTest, ACopyHasTheRightsOfItsSourceAndNotOfItsNewFolder) {
     for (const char* name : {"heir/a", "heir/a/inner", "heir/a/inner/file", "heir/file"})
         EXPECT_FALSE(hasACL(folder / name)) << name;
     EXPECT_EQ(folder.attributes("heir/file").st_mode & 07777U, 0640U);
+}
+
+// Root gets everywhere, so the test is another user as far as files are concerned.
+TEST(TreeCopyTest, AListThatKeepsEvenTheOwnerOutDoesNotHinderACopy) {
+    constexpr uid_t kUser = 1234;
+    constexpr std::string_view kNoRights(
+        "\x02\0\0\0\x01\0\0\0\xff\xff\xff\xff\x04\0\0\0\xff\xff\xff\xff"
+        "\x20\0\0\0\xff\xff\xff\xff",
+        28);
+    const TestFolder folder;
+    folder.makeFolder("a");
+    folder.makeFolder("a/inner");
+    folder.write("a/inner/file", "x");
+    folder.makeFolder("heir");
+    if (!setAttribute(folder / "heir", "system.posix_acl_default", kNoRights))
+        GTEST_SKIP() << "the file system has no access control lists";
+    if (::geteuid() == 0) {
+        for (const char* name : {"", "a", "a/inner", "a/inner/file", "heir"})
+            ASSERT_EQ(::chown((folder / name).c_str(), kUser, kUser), 0);
+        ::setfsuid(kUser);
+    }
+
+    const auto error = manager().copyItemAtPathToPath(folder / "a", folder / "heir/a");
+
+    if (::geteuid() == 0) ::setfsuid(0);
+    EXPECT_EQ(error, nullptr) << (error ? error->description() : "");
+    EXPECT_EQ(folder.read("heir/a/inner/file"), "x");
+    EXPECT_EQ(folder.attributes("heir/a").st_mode & 07777U, 0755U);
 }
 
 TEST(TreeCopyTest, OwnersAndLentRightsAreKeptByRoot) {
