@@ -112,8 +112,12 @@ double listOurs(const DirectoryFolder& folder, int times) {
         directories.push_back(listed(folder.path()));
     const double time = now() - begin;
     check(static_cast<std::int64_t>(directories[0]->count()), folder.entries());
-    for (KTDirectoryPtr& directory : directories)
-        drop(std::move(directory));
+    std::vector<std::weak_ptr<KTFileInfo>> lasts;
+    for (const KTDirectoryPtr& directory : directories)
+        lasts.push_back(lastOf(directory));
+    directories.clear();
+    for (const std::weak_ptr<KTFileInfo>& last : lasts)
+        waitForEndOf(last);
     return time / static_cast<double>(folder.entries() * times);
 }
 
