@@ -2,8 +2,8 @@
 """switchboardctl path: what it shows of real files, folders and volumes, compared with what the system says of them."""
 
 import base64
-import ctypes
 import contextlib
+import ctypes
 import datetime
 import json
 import os
