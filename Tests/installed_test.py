@@ -10,7 +10,6 @@ import importlib.util
 import os
 import re
 import shutil
-import subprocess
 import sys
 import tempfile
 import unittest
@@ -19,20 +18,11 @@ from pathlib import Path
 ROOT = Path(__file__).resolve().parent.parent
 sys.path.insert(0, str(ROOT / "Tests/Support"))
 sys.path.insert(0, str(ROOT / "scripts"))
-from programs import IS_ROOT, SERVICE, SYSTEM_SERVICE, USER, ProgramTest, identity_of  # noqa: E402
+from programs import IS_ROOT, SERVICE, SYSTEM_SERVICE, USER, ProgramTest, identity_of, output_of  # noqa: E402
 import readme_test  # noqa: E402
 
 BUILD, CMAKE, CXX = (os.environ[name] for name in ("SEVRIN_BUILD", "SEVRIN_CMAKE", "SEVRIN_CXX"))
 WARNINGS = ["-Wall", "-Wextra", "-Wconversion", "-Wshadow", "-Werror"]
-
-
-def output_of(*command, **options):
-    """What the command prints, whose success is the test's business."""
-    done = subprocess.run([str(word) for word in command], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                          stderr=subprocess.STDOUT, text=True, timeout=300, check=False, **options)
-    if done.returncode != 0:
-        raise AssertionError(f"{command} ended with status {done.returncode}:\n{done.stdout}")
-    return done.stdout
 
 
 def install(prefix, **environment):

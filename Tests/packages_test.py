@@ -7,7 +7,6 @@ out of reach here: the scripts of the packages leave it alone in another root fo
 import os
 import re
 import shutil
-import subprocess
 import sys
 import tempfile
 import unittest
@@ -15,20 +14,11 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
 sys.path.insert(0, str(ROOT / "Tests/Support"))
-from programs import IS_ROOT, ProgramTest  # noqa: E402
+from programs import IS_ROOT, ProgramTest, output_of  # noqa: E402
 
 BUILD, CMAKE, CPACK = (os.environ[name] for name in ("SEVRIN_BUILD", "SEVRIN_CMAKE", "SEVRIN_CPACK"))
 NAMES = ["libswitchboard-dev", "libswitchboard0", "switchboard"]
 SETTINGS = "etc/default/switchboard"
-
-
-def output_of(*command, **options):
-    """What the command prints, whose success is the test's business."""
-    done = subprocess.run([str(word) for word in command], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                          stderr=subprocess.STDOUT, text=True, timeout=300, check=False, **options)
-    if done.returncode != 0:
-        raise AssertionError(f"{command} ended with status {done.returncode}:\n{done.stdout}")
-    return done.stdout
 
 
 def files_in(folder):

@@ -47,6 +47,15 @@ def identity_of(user):
     return {} if user == os.geteuid() else {"user": user, "group": user, "extra_groups": []}
 
 
+def output_of(*command, **options):
+    """What the command prints, whose success is the test's business."""
+    done = subprocess.run([str(word) for word in command], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                          stderr=subprocess.STDOUT, text=True, timeout=300, check=False, **options)
+    if done.returncode != 0:
+        raise AssertionError(f"{command} ended with status {done.returncode}:\n{done.stdout}")
+    return done.stdout
+
+
 class Child:
     """A running program whose lines can be waited for. It inherits `descriptors`, under their numbers."""
 
